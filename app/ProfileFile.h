@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringView>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+// The settings file engine: an INI file read and written as the Windows private-profile
+// functions do (sections and keys found without regard to case, first match wins, quotes
+// stripped, defaults for what is missing), with three improvements: lines that a change does not
+// touch keep their bytes, every write reaches the disk atomically, and a line break inside a
+// written name or value can never start a new line.
+namespace spinlane {
+
+// A read returns at most this many characters (a 256-character buffer, maximum length 255,
+// with room for the terminating NUL).
+inline constexpr int kProfileValueMaxChars = 254;
+
+// One INI file held in memory. Parse it once, read and change as many values as needed, then
+// save it once.
+class ProfileDocument {
+public:
+    ProfileDocument();
+    ~ProfileDocument();
+    ProfileDocument(const ProfileDocument&);
+    ProfileDocument(ProfileDocument&&) noexcept;
+    ProfileDocument& operator=(const ProfileDocument&);
+    ProfileDocument& operator=(ProfileDocument&&) noexcept;
+
+    static ProfileDocument fromBytes(const QByteArray& bytes);
+    // A missing or unreadable file gives an empty document.
+    static ProfileDocument load(const QString& path);
+
+    // The value as stored (quotes stripped once), or nothing when the section or the key is
+    // missing or the key has no "=".
+    std::optional<QString> value(QStringView section, QStringView key) const;
+    // The value cut to kProfileValueMaxChars, or the default (cut the same way) when missing.
+    QString readString(QStringView section, QStringView key, const QString& defaultValue) const;
+
+    // Sets a key in place, or adds it at the end of its section, or adds the section at the end
+    // of the file. Returns false when the value was already the same (compared with case) and
+    // nothing changed.
+    bool writeString(QStringView section, QStringView key, const QString& value);
+    // Removes every entry of every section of that name; the headers stay. Returns whether
+    // anything changed.
+    bool clearSection(QStringView section);
+
+    QByteArray toBytes() const;
+    // True once a write or clear has changed the document since it was parsed.
+    bool isModified() const;
+    // Writes the whole document to a temporary file beside `path` and renames it over `path`.
+    // Returns false, leaving any existing file as it was, when that cannot be done (a read-only
+    // file or folder, a full disk).
+    bool save(const QString& path) const;
+
+private:
+    struct Line;
+    struct Section;
+    int findSection(QStringView name) const;
+    void rebuildIndex();
+
+    QByteArray m_bom;
+    std::vector<Section> m_sections; // m_sections[0]: the lines before the first header
+    struct Index;
+    std::unique_ptr<Index> m_index;
+    bool m_modified = false;
+};
+
+// One-call forms over a file on disk: each parses the file, and each change saves it at once.
+namespace ProfileFile {
+QString readString(const QString& path, QStringView section, QStringView key,
+                   const QString& defaultValue);
+// False when nothing changed or the file could not be written.
+bool writeString(const QString& path, QStringView section, QStringView key, const QString& value);
+bool clearSection(const QString& path, QStringView section);
+} // namespace ProfileFile
+
+} // namespace spinlane

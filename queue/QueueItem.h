@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+
+namespace spinlane {
+
+// One experiment item of the queue. The field order is also the key order of its section in the
+// settings file.
+struct QueueItem {
+    QString ItemSN;
+    qint32 SampleNum = 0; // sample changer position
+    QString SampleName;
+    QString SampleDes;
+    QString Solvent;
+    qint16 ExpTitleIndex = 0; // 0-based position in gExpTitles
+    QString UserID;
+    QString Organization;
+    QString OutputFilePath;
+    QString Status; // "Idle", "In progress", "Done", "Failed" or "Stopped"
+
+    bool operator==(const QueueItem& other) const;
+    bool operator!=(const QueueItem& other) const { return !(*this == other); }
+};
+
+} // namespace spinlane
