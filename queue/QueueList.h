@@ -84,8 +84,12 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
 private:
+    // Renumbers and re-tags every row in place and reports the change once.
+    friend void SyncQueueFromList(qint16 sortKey);
+
     QueueRow& rowRef(qint32 index);
-    void rowChanged(qint32 index);
+    void rowChanged(qint32 index) { rowsChanged(index, index); }
+    void rowsChanged(qint32 first, qint32 last);
 
     std::vector<QueueRow> m_rows;
     qint32 m_selected = 0;
