@@ -1,10 +1,11 @@
 #pragma once
 
 #include <QByteArray>
+#include <QByteArrayView>
+#include <QHash>
 #include <QString>
 #include <QStringView>
 
-#include <memory>
 #include <optional>
 #include <vector>
 
@@ -59,13 +60,23 @@ public:
 private:
     struct Line;
     struct Section;
-    int findSection(QStringView name) const;
-    void rebuildIndex();
+    static void parseContent(Line& line, const char* p, qsizetype length);
+    int findSection(QStringView foldedName, quint64 hash) const;
+    int findKey(const Section& section, QStringView foldedKey) const;
+    void indexSection(int index);
+    const char* lineData(const Line& line) const;
+    QByteArrayView terminator(const Line& line) const;
+    Line addedLine(const QByteArray& bytes);
+    void terminateLastLine();
+    void insertKey(Section& section, const QByteArray& entry);
+    void appendSection(const QByteArray& header, const QByteArray& entry);
+    void reparse();
 
-    QByteArray m_bom;
+    QByteArray m_source; // the parsed bytes, byte-order mark included
+    QByteArray m_added;  // the bytes of every line written since
+    qsizetype m_bomLength = 0;
     std::vector<Section> m_sections; // m_sections[0]: the lines before the first header
-    struct Index;
-    std::unique_ptr<Index> m_index;
+    QMultiHash<quint64, int> m_sectionIndex; // hash of a case-folded name -> first section of it
     bool m_modified = false;
 };
 

@@ -1,0 +1,641 @@
+#include "app/ProfileFile.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QVarLengthArray>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane {
+
+// A line is kept as its bytes (terminator included) plus where its name and value lie in them.
+// The bytes live in m_source while the line is as parsed, in m_added once it was written.
+struct ProfileDocument::Line {
+    enum Kind : quint8 { Blank, Header, Entry };
+
+    qsizetype start = 0;
+    qsizetype length = 0;
+    qint32 nameStart = 0; // relative to start; for a header, the section name
+    qint32 nameLength = 0;
+    qint32 valueStart = -1; // -1: an entry without "="
+    qint32 valueLength = 0;
+    Kind kind = Blank;
+    bool added = false;
+    bool asciiName = true;
+};
+
+struct ProfileDocument::Section {
+    QString foldedName;
+    std::vector<Line> lines; // lines[0] is the header, except in the first section
+};
+
+namespace {
+
+const QByteArray kLineEnd = "\r\n"_ba;
+
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f' || c == 0x1A;
+}
+
+bool isBlank(QChar c) { return c.unicode() < 0x80 && isBlank(char(c.unicode())); }
+
+bool isLineEnd(char c) { return c == '\r' || c == '\n'; }
+
+bool isAscii(const char* p, qsizetype n)
+{
+    for (qsizetype i = 0; i < n; ++i) {
+        if (static_cast<unsigned char>(p[i]) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool isValidUtf8(const char* text, qsizetype n)
+{
+    const auto* p = reinterpret_cast<const unsigned char*>(text);
+    qsizetype i = 0;
+    while (i < n) {
+        const unsigned c = p[i];
+        if (c < 0x80) {
+            ++i;
+            continue;
+        }
+        int more;
+        unsigned min, code;
+        if ((c & 0xE0) == 0xC0) {
+            more = 1;
+            min = 0x80;
+            code = c & 0x1F;
+        } else if ((c & 0xF0) == 0xE0) {
+            more = 2;
+            min = 0x800;
+            code = c & 0x0F;
+        } else if ((c & 0xF8) == 0xF0) {
+            more = 3;
+            min = 0x10000;
+            code = c & 0x07;
+        } else {
+            return false;
+        }
+        if (n - i <= more)
+            return false;
+        for (int k = 1; k <= more; ++k) {
+            if ((p[i + k] & 0xC0) != 0x80)
+                return false;
+            code = (code << 6) | (p[i + k] & 0x3F);
+        }
+        if (code < min || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
+            return false;
+        i += more + 1;
+    }
+    return true;
+}
+
+// Files written by Spinlane are UTF-8; older ones were written in a Windows ANSI code page,
+// read here as Latin-1.
+QString decodeText(const char* p, qsizetype n)
+{
+    if (isAscii(p, n) || !isValidUtf8(p, n))
+        return QString::fromLatin1(p, n);
+    return QString::fromUtf8(p, n);
+}
+
+bool decodedEquals(const char* p, qsizetype n, QStringView text)
+{
+    if (isAscii(p, n))
+        return QLatin1StringView(p, n) == text;
+    return decodeText(p, n) == text;
+}
+
+char asciiFold(char c) { return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c; }
+
+QStringView cutAtNul(QStringView text)
+{
+    const qsizetype nul = text.indexOf(QChar(0));
+    return nul < 0 ? text : text.first(nul);
+}
+
+bool hasLineBreak(QStringView text)
+{
+    return std::any_of(text.begin(), text.end(), [](QChar c) { return c == u'\r' || c == u'\n'; });
+}
+
+// A written name or value never holds a line break: each one becomes a space.
+QString withoutLineBreaks(QStringView text)
+{
+    QString result = text.toString();
+    for (QChar& c : result) {
+        if (c == u'\r' || c == u'\n')
+            c = u' ';
+    }
+    return result;
+}
+
+QByteArray writtenBytes(QStringView text)
+{
+    return hasLineBreak(text) ? withoutLineBreaks(text).toUtf8() : text.toUtf8();
+}
+
+// FNV-1a: much cheaper than Qt's string hash on names this short.
+constexpr quint64 kHashStart = 14695981039346656037ull;
+quint64 hashStep(quint64 h, char16_t c) { return (h ^ c) * 1099511628211ull; }
+
+quint64 nameHash(QStringView folded)
+{
+    quint64 h = kHashStart;
+    for (QChar c : folded)
+        h = hashStep(h, c.unicode());
+    return h;
+}
+
+// Names match when their case-folded forms are equal. Qt's folding is slow for the short ASCII
+// names that make up nearly every file, so those are folded here, without allocating.
+class FoldedName {
+public:
+    // The name ends at a NUL and blanks around it do not count.
+    explicit FoldedName(QStringView name, bool lineBreaksAsSpaces = false)
+    {
+        const QChar* p = name.data();
+        qsizetype b = 0, e = 0;
+        while (e < name.size() && p[e].unicode() != 0)
+            ++e;
+        while (b < e && isBlank(p[b]))
+            ++b;
+        while (e > b && isBlank(p[e - 1]))
+            --e;
+        text = QStringView(p + b, e - b);
+        m_folded.resize(text.size());
+        for (qsizetype i = 0; i < text.size(); ++i) {
+            char16_t c = text[i].unicode();
+            if (c >= 0x80) {
+                QString slow = lineBreaksAsSpaces ? withoutLineBreaks(text) : text.toString();
+                slow = std::move(slow).toCaseFolded();
+                m_folded.resize(slow.size());
+                std::copy(slow.cbegin(), slow.cend(), m_folded.begin());
+                hash = nameHash(folded());
+                return;
+            }
+            if (lineBreaksAsSpaces && (c == u'\r' || c == u'\n'))
+                c = u' ';
+            c = char16_t(asciiFold(char(c)));
+            m_folded[i] = QChar(c);
+            hash = hashStep(hash, c);
+        }
+    }
+    QStringView folded() const { return QStringView(m_folded.constData(), m_folded.size()); }
+
+    QStringView text; // as given, without the blanks around it
+    quint64 hash = kHashStart; // of the folded name
+
+private:
+    QVarLengthArray<QChar, 64> m_folded;
+};
+
+QString foldedText(const char* p, qsizetype n)
+{
+    const QString text = decodeText(p, n);
+    return FoldedName(text).folded().toString();
+}
+
+QStringView writtenValue(QStringView value)
+{
+    value = cutAtNul(value);
+    while (!value.isEmpty() && isBlank(value.front()))
+        value = value.sliced(1);
+    return value;
+}
+
+QString cutToReadLimit(QString text)
+{
+    if (text.size() > kProfileValueMaxChars) {
+        const bool splitsPair = text.at(kProfileValueMaxChars - 1).isHighSurrogate();
+        text.truncate(splitsPair ? kProfileValueMaxChars - 1 : kProfileValueMaxChars);
+    }
+    return text;
+}
+
+qsizetype contentLength(const char* p, qsizetype length)
+{
+    while (length > 0 && isLineEnd(p[length - 1]))
+        --length;
+    return length;
+}
+
+} // namespace
+
+// Fills in kind, name and value of a line from its content (the bytes before its terminator).
+void ProfileDocument::parseContent(Line& line, const char* p, qsizetype length)
+{
+    length = std::min<qsizetype>(length, std::numeric_limits<qint32>::max());
+    if (const void* nul = std::memchr(p, 0, size_t(length)))
+        length = static_cast<const char*>(nul) - p;
+    qsizetype b = 0, e = length;
+    while (b < e && isBlank(p[b]))
+        ++b;
+    while (e > b && isBlank(p[e - 1]))
+        --e;
+    line.valueStart = -1;
+    line.valueLength = 0;
+    if (b == e) {
+        line.kind = Line::Blank;
+        line.nameStart = line.nameLength = 0;
+        line.asciiName = true;
+        return;
+    }
+    qsizetype nameBegin = b, nameEnd = e;
+    line.kind = Line::Entry;
+    if (p[b] == '[') {
+        qsizetype close = e - 1;
+        while (close > b && p[close] != ']')
+            --close;
+        if (close > b) {
+            line.kind = Line::Header;
+            nameBegin = b + 1;
+            nameEnd = close;
+            while (nameBegin < nameEnd && isBlank(p[nameBegin]))
+                ++nameBegin;
+        }
+    }
+    if (line.kind == Line::Entry) {
+        if (const void* eq = std::memchr(p + b, '=', size_t(e - b))) {
+            nameEnd = static_cast<const char*>(eq) - p;
+            qsizetype valueBegin = nameEnd + 1;
+            while (valueBegin < e && isBlank(p[valueBegin]))
+                ++valueBegin;
+            line.valueStart = qint32(valueBegin);
+            line.valueLength = qint32(e - valueBegin);
+        }
+    }
+    while (nameEnd > nameBegin && isBlank(p[nameEnd - 1]))
+        --nameEnd;
+    line.nameStart = qint32(nameBegin);
+    line.nameLength = qint32(nameEnd - nameBegin);
+    line.asciiName = isAscii(p + nameBegin, nameEnd - nameBegin);
+}
+
+ProfileDocument::ProfileDocument()
+{
+    m_sections.emplace_back();
+    indexSection(0);
+}
+
+ProfileDocument::~ProfileDocument() = default;
+ProfileDocument::ProfileDocument(const ProfileDocument&) = default;
+ProfileDocument::ProfileDocument(ProfileDocument&&) noexcept = default;
+ProfileDocument& ProfileDocument::operator=(const ProfileDocument&) = default;
+ProfileDocument& ProfileDocument::operator=(ProfileDocument&&) noexcept = default;
+
+ProfileDocument ProfileDocument::fromBytes(const QByteArray& bytes)
+{
+    ProfileDocument doc;
+    doc.m_source = bytes;
+    const char* data = bytes.constData();
+    const qsizetype size = bytes.size();
+    if (bytes.startsWith("\xEF\xBB\xBF"))
+        doc.m_bomLength = 3;
+
+    qsizetype pos = doc.m_bomLength;
+    while (pos < size) {
+        qsizetype contentEnd = pos;
+        while (contentEnd < size && !isLineEnd(data[contentEnd]))
+            ++contentEnd;
+        qsizetype end = contentEnd;
+        while (end < size && isLineEnd(data[end]))
+            ++end;
+
+        Line line;
+        line.start = pos;
+        line.length = end - pos;
+        parseContent(line, data + pos, contentEnd - pos);
+        if (line.kind == Line::Header) {
+            // Sections of one file tend to be alike in size.
+            const size_t expected = doc.m_sections.back().lines.size();
+            Section& section = doc.m_sections.emplace_back();
+            section.lines.reserve(expected);
+            section.foldedName = foldedText(data + pos + line.nameStart, line.nameLength);
+            doc.indexSection(int(doc.m_sections.size() - 1));
+        }
+        doc.m_sections.back().lines.push_back(line);
+        pos = end;
+    }
+    return doc;
+}
+
+ProfileDocument ProfileDocument::load(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return ProfileDocument();
+    return fromBytes(file.readAll());
+}
+
+const char* ProfileDocument::lineData(const Line& line) const
+{
+    return (line.added ? m_added : m_source).constData() + line.start;
+}
+
+QByteArrayView ProfileDocument::terminator(const Line& line) const
+{
+    const char* p = lineData(line);
+    const qsizetype content = contentLength(p, line.length);
+    return QByteArrayView(p + content, line.length - content);
+}
+
+int ProfileDocument::findSection(QStringView foldedName, quint64 hash) const
+{
+    const auto [begin, end] = m_sectionIndex.equal_range(hash);
+    for (auto it = begin; it != end; ++it) {
+        if (m_sections[size_t(*it)].foldedName == foldedName)
+            return *it;
+    }
+    return -1;
+}
+
+void ProfileDocument::indexSection(int index)
+{
+    const QString& name = m_sections[size_t(index)].foldedName;
+    const quint64 hash = nameHash(name);
+    if (findSection(name, hash) < 0)
+        m_sectionIndex.insert(hash, index);
+}
+
+int ProfileDocument::findKey(const Section& section, QStringView foldedKey) const
+{
+    const QChar* wanted = foldedKey.data();
+    for (size_t i = 0; i < section.lines.size(); ++i) {
+        const Line& line = section.lines[i];
+        if (line.kind != Line::Entry)
+            continue;
+        const char* name = lineData(line) + line.nameStart;
+        if (line.asciiName) {
+            if (line.nameLength != foldedKey.size())
+                continue;
+            qsizetype k = 0;
+            while (k < line.nameLength && wanted[k] == QLatin1Char(asciiFold(name[k])))
+                ++k;
+            if (k == line.nameLength)
+                return int(i);
+        } else if (foldedText(name, line.nameLength) == foldedKey) {
+            return int(i);
+        }
+    }
+    return -1;
+}
+
+std::optional<QString> ProfileDocument::value(QStringView section, QStringView key) const
+{
+    const FoldedName sectionName(section);
+    const int s = findSection(sectionName.folded(), sectionName.hash);
+    if (s < 0)
+        return std::nullopt;
+    const Section& sec = m_sections[size_t(s)];
+    const int k = findKey(sec, FoldedName(key).folded());
+    if (k < 0)
+        return std::nullopt;
+    const Line& line = sec.lines[size_t(k)];
+    if (line.valueStart < 0)
+        return std::nullopt;
+    QString text = decodeText(lineData(line) + line.valueStart, line.valueLength);
+    if (text.size() > 1 && (text.front() == u'"' || text.front() == u'\'')
+        && text.back() == text.front()) {
+        text.chop(1);
+        text.remove(0, 1);
+    }
+    return text;
+}
+
+QString ProfileDocument::readString(QStringView section, QStringView key,
+                                    const QString& defaultValue) const
+{
+    return cutToReadLimit(value(section, key).value_or(defaultValue));
+}
+
+ProfileDocument::Line ProfileDocument::addedLine(const QByteArray& bytes)
+{
+    Line line;
+    line.start = m_added.size();
+    line.length = bytes.size();
+    line.added = true;
+    m_added.append(bytes);
+    parseContent(line, bytes.constData(), contentLength(bytes.constData(), bytes.size()));
+    return line;
+}
+
+bool ProfileDocument::writeString(QStringView section, QStringView key, const QString& value)
+{
+    const FoldedName sectionName(section, true);
+    const FoldedName keyName(key, true);
+    QStringView text = writtenValue(value);
+    QString replaced;
+    if (hasLineBreak(text)) {
+        replaced = withoutLineBreaks(text);
+        text = replaced;
+    }
+
+    const int s = findSection(sectionName.folded(), sectionName.hash);
+    if (s < 0) {
+        appendSection('[' + writtenBytes(sectionName.text) + ']' + kLineEnd,
+                      writtenBytes(keyName.text) + '=' + text.toUtf8() + kLineEnd);
+    } else {
+        Section& sec = m_sections[size_t(s)];
+        const int k = findKey(sec, keyName.folded());
+        if (k < 0) {
+            insertKey(sec, writtenBytes(keyName.text) + '=' + text.toUtf8() + kLineEnd);
+        } else {
+            Line& line = sec.lines[size_t(k)];
+            const char* p = lineData(line);
+            if (line.valueStart >= 0 && decodedEquals(p + line.valueStart, line.valueLength, text))
+                return false;
+            // The key keeps its spelling and the line its terminator.
+            const QByteArray bytes = QByteArray(p + line.nameStart, line.nameLength) + '='
+                                     + text.toUtf8() + terminator(line).toByteArray();
+            line = addedLine(bytes);
+            if (line.kind != Line::Entry)
+                reparse();
+        }
+    }
+    m_modified = true;
+    return true;
+}
+
+void ProfileDocument::terminateLastLine()
+{
+    for (auto it = m_sections.rbegin(); it != m_sections.rend(); ++it) {
+        if (it->lines.empty())
+            continue;
+        Line& last = it->lines.back();
+        if (terminator(last).isEmpty())
+            last = addedLine(QByteArray(lineData(last), last.length) + kLineEnd);
+        return;
+    }
+}
+
+void ProfileDocument::insertKey(Section& section, const QByteArray& entry)
+{
+    // After the last entry, or after the header of a section without entries.
+    size_t at = 0;
+    for (size_t i = section.lines.size(); i > 0; --i) {
+        if (section.lines[i - 1].kind != Line::Blank) {
+            at = i;
+            break;
+        }
+    }
+    QByteArray bytes = entry;
+    if (at > 0) {
+        Line& previous = section.lines[at - 1];
+        const QByteArrayView end = terminator(previous);
+        if (end.isEmpty()) {
+            terminateLastLine();
+        } else {
+            // Blank lines after the previous line stay after the new one, so they keep
+            // separating this section from the next.
+            const qsizetype firstEnd = end.startsWith("\r\n") ? 2 : 1;
+            if (end.size() > firstEnd) {
+                bytes += end.sliced(firstEnd).toByteArray();
+                previous.length -= end.size() - firstEnd;
+            }
+        }
+    }
+    const Line line = addedLine(bytes);
+    section.lines.insert(section.lines.begin() + std::ptrdiff_t(at), line);
+    if (line.kind != Line::Entry)
+        reparse();
+}
+
+void ProfileDocument::appendSection(const QByteArray& header, const QByteArray& entry)
+{
+    terminateLastLine();
+    Section& section = m_sections.emplace_back();
+    section.lines.push_back(addedLine(header));
+    const Line& head = section.lines.front();
+    section.foldedName = foldedText(lineData(head) + head.nameStart, head.nameLength);
+    indexSection(int(m_sections.size() - 1));
+    section.lines.push_back(addedLine(entry));
+    if (section.lines.back().kind != Line::Entry)
+        reparse();
+}
+
+// A written line that reads back as something else (a key such as "[x]" reads as a header):
+// parse the whole document again so that it always reads as its bytes do.
+void ProfileDocument::reparse()
+{
+    ProfileDocument parsed = fromBytes(toBytes());
+    parsed.m_modified = true;
+    *this = std::move(parsed);
+}
+
+bool ProfileDocument::clearSection(QStringView section)
+{
+    const FoldedName name(section);
+    const int first = findSection(name.folded(), name.hash);
+    if (first < 0)
+        return false;
+    bool changed = false;
+    for (size_t s = size_t(first); s < m_sections.size(); ++s) {
+        Section& sec = m_sections[s];
+        if (sec.foldedName != name.folded())
+            continue;
+        std::vector<Line> kept;
+        for (const Line& line : sec.lines) {
+            if (line.kind != Line::Entry) {
+                kept.push_back(line);
+                continue;
+            }
+            changed = true;
+            // Blank lines that followed the entry stay.
+            const QByteArrayView end = terminator(line);
+            const qsizetype firstEnd = end.startsWith("\r\n") ? 2 : 1;
+            if (end.size() > firstEnd) {
+                Line blank;
+                blank.start = line.start + line.length - (end.size() - firstEnd);
+                blank.length = end.size() - firstEnd;
+                blank.added = line.added;
+                kept.push_back(blank);
+            }
+        }
+        sec.lines = std::move(kept);
+    }
+    m_modified = m_modified || changed;
+    return changed;
+}
+
+QByteArray ProfileDocument::toBytes() const
+{
+    qsizetype total = m_bomLength;
+    for (const Section& section : m_sections) {
+        for (const Line& line : section.lines)
+            total += line.length;
+    }
+    QByteArray bytes;
+    bytes.reserve(total);
+    bytes.append(m_source.constData(), m_bomLength);
+    for (const Section& section : m_sections) {
+        for (const Line& line : section.lines)
+            bytes.append(lineData(line), line.length);
+    }
+    return bytes;
+}
+
+bool ProfileDocument::isModified() const { return m_modified; }
+
+bool ProfileDocument::save(const QString& path) const
+{
+    const QFileInfo info(path);
+    if (info.exists() && (!info.isFile() || !info.isWritable()))
+        return false;
+    const QByteArray bytes = toBytes();
+    QSaveFile file(path);
+    file.setDirectWriteFallback(false);
+    if (!file.open(QIODevice::WriteOnly))
+        return false;
+    if (file.write(bytes) != bytes.size()) {
+        file.cancelWriting();
+        return false;
+    }
+    return file.commit();
+}
+
+namespace ProfileFile {
+namespace {
+
+// An existing file that cannot be read must not be replaced by a document built from nothing.
+std::optional<ProfileDocument> loadForChange(const QString& path)
+{
+    QFile file(path);
+    if (file.open(QIODevice::ReadOnly))
+        return ProfileDocument::fromBytes(file.readAll());
+    if (QFileInfo::exists(path))
+        return std::nullopt;
+    return ProfileDocument();
+}
+
+} // namespace
+
+QString readString(const QString& path, QStringView section, QStringView key,
+                   const QString& defaultValue)
+{
+    return ProfileDocument::load(path).readString(section, key, defaultValue);
+}
+
+bool writeString(const QString& path, QStringView section, QStringView key, const QString& value)
+{
+    std::optional<ProfileDocument> doc = loadForChange(path);
+    return doc && doc->writeString(section, key, value) && doc->save(path);
+}
+
+bool clearSection(const QString& path, QStringView section)
+{
+    std::optional<ProfileDocument> doc = loadForChange(path);
+    return doc && doc->clearSection(section) && doc->save(path);
+}
+
+} // namespace ProfileFile
+
+} // namespace spinlane
