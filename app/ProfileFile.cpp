@@ -56,53 +56,11 @@ bool isAscii(const char* p, qsizetype n)
     return true;
 }
 
-// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isValidUtf8(const char* text, qsizetype n)
-{
-    const auto* p = reinterpret_cast<const unsigned char*>(text);
-    qsizetype i = 0;
-    while (i < n) {
-        const unsigned c = p[i];
-        if (c < 0x80) {
-            ++i;
-            continue;
-        }
-        int more;
-        unsigned min, code;
-        if ((c & 0xE0) == 0xC0) {
-            more = 1;
-            min = 0x80;
-            code = c & 0x1F;
-        } else if ((c & 0xF0) == 0xE0) {
-            more = 2;
-            min = 0x800;
-            code = c & 0x0F;
-        } else if ((c & 0xF8) == 0xF0) {
-            more = 3;
-            min = 0x10000;
-            code = c & 0x07;
-        } else {
-            return false;
-        }
-        if (n - i <= more)
-            return false;
-        for (int k = 1; k <= more; ++k) {
-            if ((p[i + k] & 0xC0) != 0x80)
-                return false;
-            code = (code << 6) | (p[i + k] & 0x3F);
-        }
-        if (code < min || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
-            return false;
-        i += more + 1;
-    }
-    return true;
-}
-
 // Files written by Spinlane are UTF-8; older ones were written in a Windows ANSI code page,
 // read here as Latin-1.
 QString decodeText(const char* p, qsizetype n)
 {
-    if (isAscii(p, n) || !isValidUtf8(p, n))
+    if (isAscii(p, n) || !QByteArrayView(p, n).isValidUtf8())
         return QString::fromLatin1(p, n);
     return QString::fromUtf8(p, n);
 }
