@@ -183,6 +183,8 @@ QString booleanText(bool value) { return value ? u"True"_s : u"False"_s; }
 
 QString formatQueueNumber(double value)
 {
+    if (value >= 0 && value < 1e15 && value == std::floor(value))
+        return QString::number(qint64(value)).rightJustified(3, u'0');
     const qint64 rounded = scaledHalfAwayFromZero(value, 0);
     const QString digits = QString::number(rounded).rightJustified(3, u'0');
     return value < 0 && rounded != 0 ? u'-' + digits : digits;

@@ -1,5 +1,6 @@
 #include "queue/QueueList.h"
 
+#include "app/Conversions.h"
 #include "app/RuntimeError.h"
 
 #include <QColor>
@@ -184,6 +185,20 @@ void QueueList::sortByColumn(int sortKey)
         to.append(index(newRow[std::size_t(old.row())], old.column()));
     changePersistentIndexList(from, to);
     Q_EMIT layoutChanged({}, QAbstractItemModel::VerticalSortHint);
+}
+
+std::vector<qint32> QueueList::renumber()
+{
+    std::vector<qint32> oldTags;
+    oldTags.reserve(m_rows.size());
+    for (std::size_t i = 0; i < m_rows.size(); ++i) {
+        oldTags.push_back(m_rows[i].tag);
+        m_rows[i].tag = qint32(i + 1);
+        m_rows[i].text = formatQueueNumber(double(i + 1));
+    }
+    if (!m_rows.empty())
+        rowsChanged(1, count());
+    return oldTags;
 }
 
 void QueueList::rowsChanged(qint32 first, qint32 last)

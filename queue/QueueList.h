@@ -76,6 +76,10 @@ public:
     // InvalidPropertyValue.
     void sortByColumn(int sortKey);
 
+    // Numbers the rows in their present order: texts "001", "002", ... and tags 1, 2, ...
+    // Returns the tags the rows held before.
+    std::vector<qint32> renumber();
+
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
@@ -84,9 +88,6 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
 private:
-    // Renumbers and re-tags every row in place and reports the change once.
-    friend void SyncQueueFromList(qint16 sortKey);
-
     QueueRow& rowRef(qint32 index);
     void rowChanged(qint32 index) { rowsChanged(index, index); }
     void rowsChanged(qint32 first, qint32 last);

@@ -42,54 +42,28 @@ void QueueArray::redimPreserve(qint32 upperBound)
     m_items.resize(std::size_t(upperBound));
 }
 
-namespace {
-
-// Row texts "001", "002", ...: formatted once per number and shared by every later renumbering.
-const QString& queueNumberText(qint32 number)
-{
-    static QStringList texts;
-    while (texts.size() < number)
-        texts.append(formatQueueNumber(double(texts.size() + 1)));
-    return texts.at(number - 1);
-}
-
-} // namespace
-
 void SyncQueueFromList(qint16 sortKey)
 {
     const qint32 n = gQueueList.count();
     if (n == 0)
         return;
-    if (n > gQueue.upperBound())
-        throw RuntimeError(RuntimeError::SubscriptOutOfRange);
-
-    gQueueList.sortByColumn(sortKey);
-    if (sortKey != QueueList::QueueNumColumn)
-        return;
-
-    // The records as they were, indexed by the old positions the rows' tags still hold.
+    // The records as they are, by the positions the rows' tags hold.
     std::vector<QueueItem> before;
     before.reserve(std::size_t(n));
     for (qint32 i = 1; i <= n; ++i)
         before.push_back(gQueue(i));
 
-    // The rows are changed in place and reported once, also when a bad tag stops the rebuild.
-    std::vector<QueueRow>& rows = gQueueList.m_rows;
-    try {
-        for (qint32 i = 1; i <= n; ++i)
-            rows[std::size_t(i - 1)].text = queueNumberText(i);
-        for (qint32 i = 1; i <= n; ++i) {
-            QueueRow& row = rows[std::size_t(i - 1)];
-            if (row.tag < 1 || row.tag > n)
-                throw RuntimeError(RuntimeError::SubscriptOutOfRange);
-            gQueue(i) = before[std::size_t(row.tag - 1)];
-            row.tag = i;
-        }
-    } catch (...) {
-        gQueueList.rowsChanged(1, n);
-        throw;
+    gQueueList.sortByColumn(sortKey);
+    if (sortKey != QueueList::QueueNumColumn)
+        return;
+
+    const std::vector<qint32> oldPositions = gQueueList.renumber();
+    for (qint32 i = 1; i <= n; ++i) {
+        const qint32 from = oldPositions[std::size_t(i - 1)];
+        if (from < 1 || from > n)
+            throw RuntimeError(RuntimeError::SubscriptOutOfRange);
+        gQueue(i) = before[std::size_t(from - 1)];
     }
-    gQueueList.rowsChanged(1, n);
 }
 
 void resetQueueState()
