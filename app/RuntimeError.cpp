@@ -23,6 +23,7 @@ QString RuntimeError::standardDescription(qint32 number)
     switch (number) {
     case InvalidProcedureCall: return u"Invalid procedure call or argument"_s;
     case Overflow: return u"Overflow"_s;
+    case OutOfMemory: return u"Out of memory"_s;
     case SubscriptOutOfRange: return u"Subscript out of range"_s;
     case TypeMismatch: return u"Type mismatch"_s;
     case FileNotFound: return u"File not found"_s;

@@ -14,6 +14,7 @@ public:
     enum Number : qint32 {
         InvalidProcedureCall = 5,
         Overflow = 6,
+        OutOfMemory = 7,
         SubscriptOutOfRange = 9,
         TypeMismatch = 13,
         FileNotFound = 53,

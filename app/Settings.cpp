@@ -1,0 +1,153 @@
+#include "app/Settings.h"
+
+#include "app/Conversions.h"
+#include "app/ProfileFile.h"
+#include "app/RuntimeError.h"
+#include "app/Seams.h"
+#include "app/SettingsFile.h"
+#include "app/Startup.h"
+#include "app/reg_docs.h"
+#include "queue/QueueStore.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane::settings;
+
+namespace spinlane {
+
+float gFormTop = 0;
+float gFormLeft = 0;
+QString gIniPath;
+QString gIniVersion;
+bool gAlwaysOnTop = false;
+bool gExpQueueOnly = false;
+QString gAdminPassword;
+qint16 gSampleControl = 0;
+qint16 gQueueLayout = 0;
+qint32 gTotalQueueItems = 0;
+QString gLogFile;
+
+namespace {
+
+bool sameText(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
+
+QString versionMismatchLine()
+{
+    return u"Versions of initialization ("_s + gIniVersion + u")"_s + u" and excutable ("_s
+           + gExeVersion + u")"_s + u" files do not match each other."_s;
+}
+
+// The copy keeps the file's bytes; an existing copy of that name is replaced.
+void backUpSettingsFile()
+{
+    if (gIniPath.size() < 4)
+        throw RuntimeError(RuntimeError::InvalidProcedureCall);
+    const QString backupPath = gIniPath.left(gIniPath.size() - 4) + u'_' + gIniVersion + u".INI"_s;
+    QFile source(gIniPath);
+    if (!source.open(QIODevice::ReadOnly))
+        throw RuntimeError(RuntimeError::FileNotFound);
+    QSaveFile backup(backupPath);
+    if (!backup.open(QIODevice::WriteOnly) || backup.write(source.readAll()) < 0
+        || !backup.commit())
+        throw RuntimeError(RuntimeError::PathFileAccessError);
+}
+
+} // namespace
+
+QString defaultSettingsPath() { return korvoPath(u"config/Spinlane.INI"_s); }
+
+void LoadSettings()
+{
+    const SettingsStore& store = *seams().settingsStore;
+    gFormTop = float(leadingNumber(store.value(kStoreApp, kPosition, kFormTop, u"2000"_s)));
+    gFormLeft = float(leadingNumber(store.value(kStoreApp, kPosition, kFormLeft, u"2500"_s)));
+
+    gIniPath = defaultSettingsPath();
+    const QString remembered = store.value(kStoreApp, kPath, kSettingsFileName, u"0"_s);
+    if (remembered == u"0"_s || !sameText(remembered, gIniPath)) {
+        if (msgBox(u"Please locate the 'Spinlane.ini' file."_s, MsgButtons::OkCancel,
+                   MsgIcon::Critical)
+            == MsgAnswer::Cancel)
+            EndProgram();
+        const QString chosen = reg_docs(kStoreApp, kPath, kSettingsFileName,
+                                        u"Locate the 'Spinlane.ini' file."_s, FileMustExist,
+                                        u"ini"_s, u"*"_s);
+        if (sameText(chosen, kCancelled))
+            EndProgram();
+        gIniPath = chosen;
+    }
+
+    const ProfileDocument file = ProfileDocument::load(gIniPath);
+    gIniVersion = readText(file, kGeneral, kVersionNumber, {});
+    if (!sameText(gExeVersion, gIniVersion)
+        && msgBox(versionMismatchLine() + u"\r\nRun the program anyway?"_s, MsgButtons::YesNo,
+                  MsgIcon::Question)
+               == MsgAnswer::No)
+        EndProgram();
+
+    gAlwaysOnTop = toBoolean(readText(file, kGeneral, kAlwaysOnTop, u"True"_s));
+    gExpQueueOnly = toBoolean(readText(file, kGeneral, kExpQueueOnly, u"False"_s));
+    gAdminPassword = readText(file, kGeneral, kPassword, {});
+    gSampleControl = toInt16(readNumber(file, kGeneral, kSampleControl, u"1"_s));
+    gQueueLayout = toInt16(readNumber(file, kGeneral, kQueueLayout, u"1"_s));
+    gCurrentQueueNum = toInt32(readNumber(file, kGeneral, kCurrentQueueNum, u"0"_s));
+    gTotalQueueItems = readTotalQueueItems(file);
+    gLogFile = readText(file, kGeneral, kLogFile, {});
+
+    if (gTotalQueueItems >= 1) {
+        gQueue.redim(gTotalQueueItems);
+        for (qint32 i = 1; i <= gTotalQueueItems; ++i)
+            gQueue(i) = readQueueItem(file, i);
+    }
+}
+
+void SaveSettings(const std::optional<WindowPosition>& mainWindow)
+{
+    if (mainWindow) {
+        gFormTop = mainWindow->top;
+        gFormLeft = mainWindow->left;
+        SettingsStore& store = *seams().settingsStore;
+        store.setValue(kStoreApp, kPosition, kFormTop, singleText(gFormTop));
+        store.setValue(kStoreApp, kPosition, kFormLeft, singleText(gFormLeft));
+    }
+
+    if (!sameText(gExeVersion, gIniVersion)
+        && msgBox(versionMismatchLine()
+                      + u"\r\nOverwrite the initialization file anyway? Click No to back up old ini file."_s,
+                  MsgButtons::YesNo, MsgIcon::Question)
+               == MsgAnswer::No)
+        backUpSettingsFile();
+
+    ProfileDocument file = ProfileDocument::load(gIniPath);
+    file.writeString(kGeneral, kVersionNumber, gExeVersion);
+    file.writeString(kGeneral, kAlwaysOnTop, booleanText(gAlwaysOnTop));
+    file.writeString(kGeneral, kExpQueueOnly, booleanText(gExpQueueOnly));
+    file.writeString(kGeneral, kSampleControl, QString::number(gSampleControl));
+    file.writeString(kGeneral, kQueueLayout, QString::number(gQueueLayout));
+    file.writeString(kGeneral, kCurrentQueueNum, QString::number(gCurrentQueueNum));
+    gTotalQueueItems = gQueueList.count();
+    file.writeString(kGeneral, kTotalQueueItems, QString::number(gTotalQueueItems));
+    file.writeString(kGeneral, kLogFile, gLogFile);
+    for (qint32 i = 1; i <= gTotalQueueItems; ++i)
+        writeQueueItem(file, i, gQueue(i));
+
+    // A file that cannot be written keeps its old content; nothing is reported.
+    if (file.isModified())
+        file.save(gIniPath);
+}
+
+void resetSettingsState()
+{
+    gFormTop = gFormLeft = 0;
+    gIniPath.clear();
+    gIniVersion.clear();
+    gAlwaysOnTop = gExpQueueOnly = false;
+    gAdminPassword.clear();
+    gSampleControl = gQueueLayout = 0;
+    gTotalQueueItems = 0;
+    gLogFile.clear();
+}
+
+} // namespace spinlane

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QString>
+
+#include <optional>
+
+// The program's settings, loaded from the settings file and the per-user store at start-up and
+// written back when the main window closes.
+namespace spinlane {
+
+extern float gFormTop;  // main window's top edge, twips
+extern float gFormLeft; // main window's left edge, twips
+extern QString gIniPath;
+extern QString gIniVersion; // "Version Number" as the file held it at start-up
+extern bool gAlwaysOnTop;
+extern bool gExpQueueOnly;
+extern QString gAdminPassword; // only ever read: set by editing the file
+extern qint16 gSampleControl;  // 1 single-sample interface, 2 sample changer, else none
+extern qint16 gQueueLayout;    // 1 list view, 2 tree view
+extern qint32 gTotalQueueItems;
+extern QString gLogFile;
+
+// Locates the settings file (asking the user unless the remembered path is the default one),
+// checks its version against the program's and reads the settings and the whole queue into
+// the program state. Ends the program when the user cancels or declines.
+void LoadSettings();
+
+// The main window's position when it is neither minimized nor maximized.
+struct WindowPosition {
+    float top;  // twips
+    float left; // twips
+};
+
+// Writes the window position to the per-user store and every setting and queue item to the
+// settings file, offering a back-up copy first when the file came from another version. The
+// file is read once, changed in memory and written once; keys nobody changed (such as the
+// password) and stale item sections stay as they are.
+void SaveSettings(const std::optional<WindowPosition>& mainWindow);
+
+QString defaultSettingsPath();
+void resetSettingsState();
+
+} // namespace spinlane

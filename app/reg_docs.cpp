@@ -1,0 +1,22 @@
+#include "app/reg_docs.h"
+
+#include "app/Seams.h"
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane {
+
+QString reg_docs(const QString& app, const QString& section, const QString& key,
+                 const QString& title, qint32 flags, const QString& extension,
+                 const QString& allPattern)
+{
+    const QString filter = u"(*."_s + extension + u")|*."_s + extension + u"|(*."_s + allPattern
+                           + u")|*."_s + allPattern;
+    const QString path = seams().fileDialogs->openFile({title, filter, flags, {}});
+    if (path.isEmpty())
+        return kCancelled;
+    seams().settingsStore->setValue(app, section, key, path);
+    return path;
+}
+
+} // namespace spinlane

@@ -1,0 +1,17 @@
+#include "app/wait_in_seconds.h"
+
+#include "app/Seams.h"
+
+namespace spinlane {
+
+void wait_in_seconds(qint16 seconds)
+{
+    if (seconds <= 0)
+        return;
+    const Seams& s = seams();
+    const QDateTime end = s.clock->now().addSecs(seconds);
+    while (s.clock->now() < end)
+        s.eventPump->waitForEvents(kEventWaitMs);
+}
+
+} // namespace spinlane

@@ -1,0 +1,437 @@
+#include "app/RuntimeError.h"
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "queue/QueueStore.h"
+#include "support/ScriptedSeams.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+const QString kLocateText = u"Please locate the 'Spinlane.ini' file."_s;
+const QString kStorePath = u"Spinlane/Path/Spinlane.INI"_s;
+
+QString loadQuestion(const QString& fileVersion, const QString& programVersion)
+{
+    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s
+           + programVersion + u") files do not match each other.\r\nRun the program anyway?"_s;
+}
+
+QString saveQuestion(const QString& fileVersion, const QString& programVersion)
+{
+    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s
+           + programVersion
+           + u") files do not match each other.\r\nOverwrite the initialization file anyway? "
+             u"Click No to back up old ini file."_s;
+}
+
+QByteArray readBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeBytes(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+}
+
+QByteArray itemSection(int n, const QByteArray& serial, int sample, const QByteArray& name,
+                       const QByteArray& status)
+{
+    return "[Item " + QByteArray::number(n) + "]\r\nItem S/N=" + serial
+           + "\r\nSample Num=" + QByteArray::number(sample) + "\r\nSample Name=" + name
+           + "\r\nSample Des=\r\nSolvent=CDCl3\r\nExp Title Index=1\r\nUser ID=ann\r\n"
+             "Organization=Chem\r\nOutput File Path=/korvo/Data/" + name + ".kvd\r\nStatus="
+           + status + "\r\n";
+}
+
+void showRows(int count)
+{
+    gQueueList.clear();
+    for (int i = 0; i < count; ++i)
+        gQueueList.add();
+}
+
+} // namespace
+
+class TestSettings : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_root;
+    QString m_iniPath;
+
+    // A settings file at the default path that the store already remembers, with the program's
+    // own version, so a load asks nothing.
+    void useDefaultFile(ScriptedSeams& seams, const QByteArray& bytes)
+    {
+        writeBytes(m_iniPath, bytes);
+        seams.settingsStore.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, m_iniPath);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        QVERIFY(m_root.isValid());
+        resetStartupState();
+        resetSettingsState();
+        resetQueueState();
+        gProgramDrive = m_root.path() + u'/';
+        gExeVersion = u"2.0.5"_s;
+        m_iniPath = defaultSettingsPath();
+        QCOMPARE(m_iniPath, m_root.path() + u"/korvo/config/Spinlane.INI"_s);
+        QDir(m_root.path()).removeRecursively();
+        QDir().mkpath(m_root.path());
+    }
+
+    void locatingTheFile()
+    {
+        writeBytes(m_iniPath, "[General]\r\nVersion Number=2.0.5\r\n");
+        {
+            // Nothing remembered: the file must be confirmed once, even at the default path.
+            ScriptedSeams seams;
+            seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
+            seams.fileDialogs.queueChoice(m_iniPath);
+            LoadSettings();
+            QCOMPARE(seams.messageBoxes.shown,
+                     QList{box(kLocateText, MsgButtons::OkCancel, MsgIcon::Critical)});
+            const FileDialogRequest expected{u"Locate the 'Spinlane.ini' file."_s,
+                                             u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
+            QCOMPARE(seams.fileDialogs.opened, QList{expected});
+            QCOMPARE(seams.settingsStore.values.value(kStorePath), m_iniPath);
+
+            // Remembered now, in another case: no question at the next start.
+            seams.settingsStore.values[kStorePath] = m_iniPath.toUpper();
+            LoadSettings();
+            QCOMPARE(seams.messageBoxes.shown.size(), 1);
+            QCOMPARE(gIniPath, m_iniPath);
+        }
+        {
+            // A file kept elsewhere is used, but the question comes back at every start.
+            const QString elsewhere = m_root.path() + u"/elsewhere/Spinlane.INI"_s;
+            writeBytes(elsewhere, "[General]\r\nVersion Number=2.0.5\r\nSample Control=2\r\n");
+            ScriptedSeams seams;
+            for (int start = 0; start < 2; ++start) {
+                seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
+                seams.fileDialogs.queueChoice(elsewhere);
+                LoadSettings();
+                QCOMPARE(gIniPath, elsewhere);
+                QCOMPARE(gSampleControl, qint16(2));
+            }
+            QCOMPARE(seams.messageBoxes.shown.size(), 2);
+            QCOMPARE(seams.settingsStore.values.value(kStorePath), elsewhere);
+        }
+    }
+
+    void cancellingTheLocationEndsTheProgram()
+    {
+        {
+            ScriptedSeams seams;
+            seams.messageBoxes.queueAnswer(MsgAnswer::Cancel);
+            QVERIFY(endsProgram(LoadSettings));
+            QCOMPARE(seams.programEnd.ends, 1);
+            QVERIFY(seams.fileDialogs.opened.isEmpty());
+        }
+        {
+            ScriptedSeams seams;
+            seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
+            seams.fileDialogs.queueChoice({});
+            QVERIFY(endsProgram(LoadSettings));
+            QCOMPARE(seams.programEnd.ends, 1);
+            QVERIFY(!seams.settingsStore.values.contains(kStorePath));
+        }
+    }
+
+    void versionQuestionAtLoad()
+    {
+        const QByteArray bytes = "[General]\r\nVersion Number=2.0.4\r\nSample Control=2\r\n";
+        {
+            ScriptedSeams seams;
+            useDefaultFile(seams, bytes);
+            seams.messageBoxes.queueAnswer(MsgAnswer::No);
+            QVERIFY(endsProgram(LoadSettings));
+            QCOMPARE(seams.messageBoxes.shown,
+                     QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s), MsgButtons::YesNo,
+                               MsgIcon::Question)});
+            QCOMPARE(gSampleControl, qint16(0)); // ended before reading the settings
+        }
+        {
+            ScriptedSeams seams;
+            useDefaultFile(seams, bytes);
+            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+            LoadSettings();
+            QCOMPARE(gIniVersion, u"2.0.4"_s);
+            QCOMPARE(gSampleControl, qint16(2));
+        }
+        {
+            // A new file has no version and asks once; a version in other capitals asks nothing.
+            ScriptedSeams seams;
+            useDefaultFile(seams, "");
+            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+            LoadSettings();
+            QCOMPARE(seams.messageBoxes.shown.first().text, loadQuestion({}, u"2.0.5"_s));
+            gExeVersion = u"2.0.5-RC"_s;
+            useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5-rc\r\n");
+            LoadSettings();
+            QCOMPARE(seams.messageBoxes.shown.size(), 1);
+        }
+    }
+
+    void defaultsWhenTheFileHasNoGeneralSection()
+    {
+        ScriptedSeams seams;
+        useDefaultFile(seams, "[Other]\r\nVersion Number=2.0.5\r\nAlwaysOnTop=False\r\n");
+        seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+        gQueue.redim(3);
+        LoadSettings();
+        QCOMPARE(gFormTop, 2000.0f);
+        QCOMPARE(gFormLeft, 2500.0f);
+        QCOMPARE(gAlwaysOnTop, true);
+        QCOMPARE(gExpQueueOnly, false);
+        QCOMPARE(gAdminPassword, QString());
+        QCOMPARE(gSampleControl, qint16(1));
+        QCOMPARE(gQueueLayout, qint16(1));
+        QCOMPARE(gCurrentQueueNum, 0);
+        QCOMPARE(gTotalQueueItems, 1);
+        QCOMPARE(gLogFile, QString());
+        QCOMPARE(gQueue.upperBound(), 1);
+        QueueItem expected;
+        expected.ItemSN = u"00000"_s;
+        QCOMPARE(gQueue(1), expected);
+    }
+
+    void readingRules()
+    {
+        ScriptedSeams seams;
+        seams.settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1234.5twips"_s);
+        seams.settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormLeft"_s, u"left"_s);
+        const QByteArray longName(300, 'x');
+        useDefaultFile(seams, "[general]\r\nversion number = 2.0.5\r\nAlwaysOnTop=false\r\n"
+                              "ExpQueueOnly=-1\r\nPassword=\"  Secret \"\r\nSample Control=3\r\n"
+                              "Queue Layout=2.5\r\nCurrent Queue Num= 1 2abc\r\n"
+                              "Total Queue Items=2\r\nLogFile=  /var/log/run.log  \r\n"
+                              "[Item 1]\r\nSample Name=" + longName + "\r\nSample Num=&H10\r\n"
+                              "Exp Title Index=3.5\r\nStatus='Done'\r\n"
+                              "[Item 2]\r\nItem S/N=\r\nSample Num=-7\r\nUser ID\r\n");
+        LoadSettings();
+        QCOMPARE(gFormTop, 1234.5f);
+        QCOMPARE(gFormLeft, 0.0f);
+        QCOMPARE(gAlwaysOnTop, false);
+        QCOMPARE(gExpQueueOnly, true);
+        QCOMPARE(gAdminPassword, u"Secret"_s);
+        QCOMPARE(gSampleControl, qint16(3));
+        QCOMPARE(gQueueLayout, qint16(2)); // halves go to the even neighbour
+        QCOMPARE(gCurrentQueueNum, 12);
+        QCOMPARE(gLogFile, u"/var/log/run.log"_s);
+        QCOMPARE(gQueue.upperBound(), 2);
+        QCOMPARE(gQueue(1).SampleName, QString::fromLatin1(longName.left(254)));
+        QCOMPARE(gQueue(1).SampleNum, 16);
+        QCOMPARE(gQueue(1).ExpTitleIndex, qint16(4));
+        QCOMPARE(gQueue(1).Status, u"Done"_s);
+        QCOMPARE(gQueue(1).ItemSN, u"00000"_s);
+        QCOMPARE(gQueue(2).ItemSN, QString()); // present but empty: no default
+        QCOMPARE(gQueue(2).SampleNum, -7);
+        QCOMPARE(gQueue(2).UserID, QString()); // a key without "=" reads as missing
+    }
+
+    void emptyCountLeavesTheQueue()
+    {
+        for (const char* count : {"0", "-4"}) {
+            ScriptedSeams seams;
+            useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items="
+                                      + QByteArray(count) + "\r\n[Item 1]\r\nSample Name=from file\r\n");
+            gQueue.redim(2);
+            gQueue(2).SampleName = u"kept"_s;
+            LoadSettings();
+            QCOMPARE(gQueue.upperBound(), 2);
+            QCOMPARE(gQueue(1).SampleName, QString());
+            QCOMPARE(gQueue(2).SampleName, u"kept"_s);
+        }
+    }
+
+    void rejectedValuesEndTheProgramUnsaved_data()
+    {
+        QTest::addColumn<QByteArray>("general");
+        QTest::addColumn<QByteArray>("item");
+        QTest::addColumn<int>("error");
+        QTest::newRow("not a boolean") << QByteArray("AlwaysOnTop=maybe") << QByteArray()
+                                       << int(RuntimeError::TypeMismatch);
+        QTest::newRow("empty boolean") << QByteArray("ExpQueueOnly=") << QByteArray()
+                                       << int(RuntimeError::TypeMismatch);
+        QTest::newRow("16-bit overflow") << QByteArray("Sample Control=32768") << QByteArray()
+                                         << int(RuntimeError::Overflow);
+        QTest::newRow("32-bit overflow") << QByteArray("Current Queue Num=3e10") << QByteArray()
+                                         << int(RuntimeError::Overflow);
+        QTest::newRow("item sample overflow") << QByteArray() << QByteArray("Sample Num=2147483648")
+                                              << int(RuntimeError::Overflow);
+        QTest::newRow("item index overflow") << QByteArray() << QByteArray("Exp Title Index=-40000")
+                                             << int(RuntimeError::Overflow);
+        QTest::newRow("absurd item count") << QByteArray("Total Queue Items=2000000000")
+                                           << QByteArray() << int(RuntimeError::OutOfMemory);
+    }
+    void rejectedValuesEndTheProgramUnsaved()
+    {
+        QFETCH(QByteArray, general);
+        QFETCH(QByteArray, item);
+        QFETCH(int, error);
+        ScriptedSeams seams;
+        const QByteArray bytes = "[General]\r\nVersion Number=2.0.5\r\n" + general
+                                 + "\r\n[Item 1]\r\n" + item + "\r\n";
+        useDefaultFile(seams, bytes);
+        guarded(LoadSettings);
+        QCOMPARE(seams.programEnd.ends, 1);
+        QCOMPARE(seams.messageBoxes.shown.size(), 1);
+        const MessageBoxRequest shown = seams.messageBoxes.shown.first();
+        QCOMPARE(shown, box(runtimeErrorText(RuntimeError(error)), MsgButtons::Ok,
+                            MsgIcon::Critical));
+        QVERIFY(shown.text.startsWith(u"Run-time error '"_s + QString::number(error) + u"':\r\n\r\n"_s));
+        QCOMPARE(readBytes(m_iniPath), bytes);
+    }
+
+    void saveWritesEverySettingInOrder()
+    {
+        ScriptedSeams seams;
+        QDir().mkpath(QFileInfo(m_iniPath).path());
+        gIniPath = m_iniPath; // no file yet: the save creates it
+        gIniVersion = gExeVersion;
+        gAlwaysOnTop = true;
+        gSampleControl = 2;
+        gQueueLayout = 1;
+        gCurrentQueueNum = 1;
+        gAdminPassword = u"never written"_s;
+        gLogFile = u"/korvo/config/Spinlane.log"_s;
+        gQueue.redim(2);
+        gQueue(1) = {u"00001"_s, 5, u"A"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s,
+                     u"/korvo/Data/A.kvd"_s, u"Done"_s};
+        gQueue(2) = {u"00002"_s, 6, u"B"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s,
+                     u"/korvo/Data/B.kvd"_s, u"Idle"_s};
+        showRows(2);
+        SaveSettings(WindowPosition{1500, 3000});
+        QCOMPARE(readBytes(m_iniPath),
+                 "[General]\r\nVersion Number=2.0.5\r\nAlwaysOnTop=True\r\nExpQueueOnly=False\r\n"
+                 "Sample Control=2\r\nQueue Layout=1\r\nCurrent Queue Num=1\r\n"
+                 "Total Queue Items=2\r\nLogFile=/korvo/config/Spinlane.log\r\n"
+                     + itemSection(1, "00001", 5, "A", "Done")
+                     + itemSection(2, "00002", 6, "B", "Idle"));
+        QCOMPARE(seams.settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"1500"_s);
+        QCOMPARE(seams.settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"3000"_s);
+
+        // A minimized or maximized window leaves the stored position alone.
+        seams.settingsStore.values.clear();
+        SaveSettings(std::nullopt);
+        QVERIFY(seams.settingsStore.values.isEmpty());
+        QCOMPARE(gFormTop, 1500.0f);
+    }
+
+    void roundTripKeepsTheFileAsItWas()
+    {
+        const QByteArray bytes =
+            "; Spinlane settings, kept by the lab\r\n\r\n[General]\r\nVersion Number=2.0.5\r\n"
+            "AlwaysOnTop = True\r\nExpQueueOnly=False\r\nPassword=secret\r\nSample Control=2\r\n"
+            "Queue Layout=1\r\nCurrent Queue Num=0\r\nTotal Queue Items=2\r\nLogFile=\r\n\r\n"
+            "[Lab Notes]\r\nmagnet=600 MHz\r\n\r\n"
+            + itemSection(1, "00001", 5, "A", "Idle") + "\r\n"
+            + itemSection(2, "00002", 6, "B", "Idle");
+        ScriptedSeams seams;
+        useDefaultFile(seams, bytes);
+        LoadSettings();
+        showRows(gTotalQueueItems);
+        SaveSettings(std::nullopt);
+        QCOMPARE(readBytes(m_iniPath), bytes);
+
+        // Only the changed line differs; an edit made by hand meanwhile survives the save.
+        writeBytes(m_iniPath, QByteArray(bytes).replace("Password=secret", "Password=changed"));
+        gQueue(2).Status = u"Done"_s;
+        SaveSettings(std::nullopt);
+        QByteArray expected = bytes;
+        expected.replace("Password=secret", "Password=changed");
+        expected.replace(expected.lastIndexOf("Status=Idle"), 11, "Status=Done");
+        QCOMPARE(readBytes(m_iniPath), expected);
+    }
+
+    void staleItemSectionsStay()
+    {
+        ScriptedSeams seams;
+        useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=3\r\n"
+                                  + itemSection(1, "00001", 1, "A", "Idle")
+                                  + itemSection(2, "00002", 2, "B", "Idle")
+                                  + itemSection(3, "00003", 3, "C", "Idle"));
+        LoadSettings();
+        QCOMPARE(gTotalQueueItems, 3);
+        showRows(2);
+        SaveSettings(std::nullopt);
+        const QByteArray saved = readBytes(m_iniPath);
+        QVERIFY(saved.contains("Total Queue Items=2\r\n"));
+        QVERIFY(saved.endsWith(itemSection(3, "00003", 3, "C", "Idle")));
+        QCOMPARE(gTotalQueueItems, 2);
+    }
+
+    void versionQuestionAtSave()
+    {
+        const QByteArray old = "[General]\r\nVersion Number=2.0.4\r\n";
+        const QString backup = m_root.path() + u"/korvo/config/Spinlane_2.0.4.INI"_s;
+        {
+            ScriptedSeams seams;
+            writeBytes(m_iniPath, old);
+            writeBytes(backup, "an older back-up");
+            gIniPath = m_iniPath;
+            gIniVersion = u"2.0.4"_s;
+            seams.messageBoxes.queueAnswer(MsgAnswer::No);
+            SaveSettings(std::nullopt);
+            QCOMPARE(seams.messageBoxes.shown,
+                     QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s), MsgButtons::YesNo,
+                               MsgIcon::Question)});
+            QCOMPARE(readBytes(backup), old);
+            QVERIFY(readBytes(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
+        }
+        {
+            ScriptedSeams seams;
+            QFile::remove(backup);
+            writeBytes(m_iniPath, old);
+            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+            SaveSettings(std::nullopt);
+            QVERIFY(!QFile::exists(backup));
+            QVERIFY(readBytes(m_iniPath).contains("Version Number=2.0.5"));
+        }
+        {
+            // A back-up that cannot be made is a run-time error; the file is not overwritten.
+            ScriptedSeams seams;
+            writeBytes(m_iniPath, old);
+            QDir().mkpath(backup); // a folder in the way of the copy
+            seams.messageBoxes.queueAnswer(MsgAnswer::No);
+            guarded([] { SaveSettings(std::nullopt); });
+            QCOMPARE(seams.messageBoxes.shown.last(),
+                     box(u"Run-time error '75':\r\n\r\nPath/File access error"_s, MsgButtons::Ok,
+                         MsgIcon::Critical));
+            QCOMPARE(seams.programEnd.ends, 1);
+            QCOMPARE(readBytes(m_iniPath), old);
+        }
+    }
+
+    void saveFailuresKeepTheFile()
+    {
+        ScriptedSeams seams;
+        const QByteArray bytes = "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=1\r\n";
+        useDefaultFile(seams, bytes);
+        LoadSettings();
+        // More rows than records: the save stops before writing anything.
+        showRows(2);
+        guarded([] { SaveSettings(std::nullopt); });
+        QCOMPARE(seams.messageBoxes.shown.last().text,
+                 u"Run-time error '9':\r\n\r\nSubscript out of range"_s);
+        QCOMPARE(readBytes(m_iniPath), bytes);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSettings)
+#include "tst_settings.moc"

@@ -1,0 +1,134 @@
+#include "app/RuntimeError.h"
+#include "app/SystemSeams.h"
+#include "app/reg_docs.h"
+#include "app/stay_on_top.h"
+#include "app/wait_in_seconds.h"
+#include "support/ScriptedSeams.h"
+
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QWindow>
+
+#include <ctime>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+class TestUtilities : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void waitEndsWhenTheClockReachesItsEnd()
+    {
+        ScriptedSeams seams;
+        seams.time.setNow(QDateTime(QDate(2026, 12, 31), QTime(23, 59, 58)));
+        bool handled = false;
+        seams.time.afterMs(2000, [&] { handled = true; }); // an event during the wait
+        wait_in_seconds(5);
+        QCOMPARE(seams.time.now(), QDateTime(QDate(2027, 1, 1), QTime(0, 0, 3)));
+        QVERIFY(handled);
+        // Each step of the wait is bounded, so Stop is noticed in good time.
+        QCOMPARE(seams.time.waits, 5000 / kEventWaitMs);
+
+        for (qint16 seconds : {qint16(0), qint16(-3)}) {
+            seams.time.waits = 0;
+            wait_in_seconds(seconds);
+            QCOMPARE(seams.time.waits, 0);
+        }
+    }
+
+    void realWaitHandlesEventsWithoutBurningAProcessor()
+    {
+        // The real clock reads whole seconds: a one-second wait ends at the next second.
+        bool timerFired = false;
+        QTimer::singleShot(50, this, [&] { timerFired = true; });
+        const std::clock_t cpuStart = std::clock();
+        QElapsedTimer wall;
+        wall.start();
+        wait_in_seconds(1);
+        const double cpuSeconds = double(std::clock() - cpuStart) / CLOCKS_PER_SEC;
+        QVERIFY(timerFired);
+        QVERIFY2(wall.elapsed() <= 1100, qPrintable(QString::number(wall.elapsed())));
+        QVERIFY2(cpuSeconds < 0.25, qPrintable(QString::number(cpuSeconds)));
+    }
+
+    void regDocsRemembersTheChoice()
+    {
+        ScriptedSeams seams;
+        seams.fileDialogs.queueChoice({});
+        QCOMPARE(reg_docs(u"Spinlane"_s, u"Path"_s, u"Spinlane.log"_s, u"Set Log File"_s, 8192,
+                          u"log"_s, u"*"_s),
+                 u"Cancelled"_s);
+        QVERIFY(seams.settingsStore.values.isEmpty());
+
+        seams.fileDialogs.queueChoice(u"/data/run.log"_s);
+        QCOMPARE(reg_docs(u"Spinlane"_s, u"Path"_s, u"Spinlane.log"_s, u"Set Log File"_s, 8192,
+                          u"log"_s, u"*"_s),
+                 u"/data/run.log"_s);
+        QCOMPARE(seams.settingsStore.values,
+                 (QMap<QString, QString>{{u"Spinlane/Path/Spinlane.log"_s, u"/data/run.log"_s}}));
+        const FileDialogRequest expected{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s, 8192, {}};
+        QCOMPARE(seams.fileDialogs.opened.last(), expected);
+    }
+
+    void settingsStoreKeepsValuesWhereTold()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath(u"store.ini"_s);
+        {
+            QSettingsStore store(path);
+            QCOMPARE(store.value(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"2000"_s), u"2000"_s);
+            store.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, u"/korvo/config/Spinlane.INI"_s);
+            store.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1500"_s);
+        }
+        QSettingsStore reopened(path);
+        QCOMPARE(reopened.value(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, u"0"_s),
+                 u"/korvo/config/Spinlane.INI"_s);
+        QCOMPARE(reopened.value(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, {}), u"1500"_s);
+        QCOMPARE(reopened.value(u"Other"_s, u"Position"_s, u"FormTop"_s, u"none"_s), u"none"_s);
+    }
+
+    void stayOnTopKeepsThePlace()
+    {
+        QWindow window;
+        window.setGeometry(100, 120, 300, 200);
+        window.show();
+        const QRect placed = window.geometry();
+        for (bool onTop : {true, true, false, false}) {
+            stay_on_top(&window, onTop);
+            QCOMPARE(window.flags().testFlag(Qt::WindowStaysOnTopHint), onTop);
+            QCOMPARE(window.geometry(), placed);
+            QVERIFY(window.isVisible());
+        }
+    }
+
+    void runtimeErrorsAreReportedAndEndTheProgram()
+    {
+        ScriptedSeams seams;
+        bool after = false;
+        guarded([&] {
+            throw RuntimeError(RuntimeError::TypeMismatch);
+            after = true;
+        });
+        QVERIFY(!after);
+        QCOMPARE(seams.messageBoxes.shown,
+                 QList{box(u"Run-time error '13':\r\n\r\nType mismatch"_s, MsgButtons::Ok,
+                           MsgIcon::Critical)});
+        QCOMPARE(seams.programEnd.ends, 1);
+
+        // An end requested by the handler itself stops it quietly.
+        guarded([&] {
+            EndProgram();
+            after = true;
+        });
+        QVERIFY(!after);
+        QCOMPARE(seams.programEnd.ends, 2);
+        QCOMPARE(seams.messageBoxes.shown.size(), 1);
+    }
+};
+
+QTEST_MAIN(TestUtilities)
+#include "tst_utilities.moc"
