@@ -1,0 +1,113 @@
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+Result run(const QStringList& arguments)
+{
+    QProcess tool;
+    tool.start(QStringLiteral(SPINLANE_INI), arguments);
+    if (!tool.waitForFinished(10000))
+        return {};
+    return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
+            QString::fromUtf8(tool.readAllStandardError())};
+}
+
+QByteArray readBytes(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+const QByteArray kFile = "; kept by hand\r\n[General]\r\nTotal Queue Items=2\r\n"
+                         "Password = \"  s3cret \"\r\n\r\n"
+                         "[Item 1]\r\nItem S/N=46348\r\nSample Num=12\r\nSample Name=Menthol\r\n"
+                         "Exp Title Index=3\r\nUser ID=ann\r\nStatus=Done\r\n"
+                         "[Item 2]\r\nSample Name=Caffeine in D2O\r\nStatus=Idle\r\n";
+
+} // namespace
+
+class TestSpinlaneIni : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QString m_path;
+
+private Q_SLOTS:
+    void init()
+    {
+        m_path = m_dir.filePath(u"Spinlane.INI"_s);
+        QFile file(m_path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(kFile);
+    }
+
+    void getReadsAsTheProgramDoes()
+    {
+        QCOMPARE(run({u"get"_s, m_path, u"general"_s, u"PASSWORD"_s}).out, u"s3cret\n"_s);
+        QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"Status"_s}).out, u"Idle\n"_s);
+        QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"User ID"_s, u"nobody"_s}).out,
+                 u"nobody\n"_s);
+        const Result missing = run({u"get"_s, m_path, u"Item 9"_s, u"Status"_s});
+        QCOMPARE(missing.exitCode, 0);
+        QCOMPARE(missing.out, u"\n"_s);
+    }
+
+    void setAndClearChangeOnlyWhatTheyName()
+    {
+        QCOMPARE(run({u"set"_s, m_path, u"Item 2"_s, u"status"_s, u"Done"_s}).exitCode, 0);
+        QCOMPARE(run({u"set"_s, m_path, u"Item 3"_s, u"Status"_s, u"Idle\r\nInjected=1"_s}).exitCode,
+                 0);
+        QByteArray expected = kFile;
+        expected.replace("Caffeine in D2O\r\nStatus=Idle", "Caffeine in D2O\r\nStatus=Done");
+        expected += "[Item 3]\r\nStatus=Idle  Injected=1\r\n";
+        QCOMPARE(readBytes(m_path), expected);
+
+        QCOMPARE(run({u"clear"_s, m_path, u"item 1"_s}).exitCode, 0);
+        expected.replace(expected.indexOf("Item S/N"),
+                         expected.indexOf("[Item 2]") - expected.indexOf("Item S/N"), "");
+        QCOMPARE(readBytes(m_path), expected);
+    }
+
+    void queuePrintsATable()
+    {
+        const Result result = run({u"queue"_s, m_path});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out,
+                 u"No.  Item S/N  Sample Pos.  Sample Name      Exp. Index  User ID  Status\n"
+                 u"001  46348     12           Menthol          3           ann      Done\n"
+                 u"002  00000     0            Caffeine in D2O  0                    Idle\n"_s);
+    }
+
+    void mistakesAreReported()
+    {
+        const Result usage = run({u"get"_s, m_path});
+        QCOMPARE(usage.exitCode, 2);
+        QVERIFY(usage.err.startsWith(u"usage: spinlane-ini get FILE SECTION KEY [DEFAULT]"_s));
+        QCOMPARE(run({u"frobnicate"_s, m_path}).exitCode, 2);
+
+        const QString nowhere = m_dir.filePath(u"missing.INI"_s);
+        const Result missing = run({u"set"_s, nowhere, u"General"_s, u"Password"_s, u"x"_s});
+        QCOMPARE(missing.exitCode, 1);
+        QCOMPARE(missing.err, u"spinlane-ini: "_s + nowhere + u": no such file\n"_s);
+        QVERIFY(!QFile::exists(nowhere));
+
+        QCOMPARE(run({u"set"_s, m_path, u"Item 1"_s, u"Sample Num"_s, u"99999999999"_s}).exitCode, 0);
+        const Result overflow = run({u"queue"_s, m_path});
+        QCOMPARE(overflow.exitCode, 1);
+        QCOMPARE(overflow.err, u"spinlane-ini: Run-time error '6': Overflow\n"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSpinlaneIni)
+#include "tst_spinlaneini.moc"

@@ -1,0 +1,134 @@
+// spinlane-ini: reads and changes Spinlane's settings file from scripts, with the same engine
+// and the same reading rule as the program, so the two never disagree about the file.
+
+#include "app/Conversions.h"
+#include "app/ProfileFile.h"
+#include "app/RuntimeError.h"
+#include "app/SettingsFile.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QTextStream>
+
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+
+namespace {
+
+enum ExitCode { Success = 0, Failure = 1, Usage = 2 };
+
+const char kUsage[] = "usage: spinlane-ini get FILE SECTION KEY [DEFAULT]\n"
+                      "       spinlane-ini set FILE SECTION KEY VALUE\n"
+                      "       spinlane-ini clear FILE SECTION\n"
+                      "       spinlane-ini queue FILE\n"
+                      "\n"
+                      "get    prints one value as Spinlane reads it (trimmed, at most 254 "
+                      "characters;\n"
+                      "       DEFAULT, or nothing, when the key is missing)\n"
+                      "set    writes one key, in place when it exists\n"
+                      "clear  empties a section (every section of that name); its header stays\n"
+                      "queue  prints the queue held in the file as a table\n";
+
+QTextStream& out()
+{
+    static QTextStream stream(stdout);
+    return stream;
+}
+
+QTextStream& err()
+{
+    static QTextStream stream(stderr);
+    return stream;
+}
+
+int fail(const QString& message)
+{
+    err() << "spinlane-ini: " << message << Qt::endl;
+    return Failure;
+}
+
+int save(const ProfileDocument& file, const QString& path)
+{
+    if (file.isModified() && !file.save(path))
+        return fail(u"cannot write "_s + path);
+    return Success;
+}
+
+void printTable(const std::vector<QStringList>& rows)
+{
+    std::vector<qsizetype> widths;
+    for (const QStringList& row : rows)
+        for (qsizetype c = 0; c < row.size(); ++c) {
+            if (qsizetype(widths.size()) <= c)
+                widths.push_back(0);
+            widths[c] = std::max(widths[c], row[c].size());
+        }
+    for (const QStringList& row : rows) {
+        QString line;
+        for (qsizetype c = 0; c < row.size(); ++c)
+            line += c + 1 < row.size() ? row[c].leftJustified(widths[c] + 2) : row[c];
+        out() << line << '\n';
+    }
+}
+
+int printQueue(const ProfileDocument& file)
+{
+    std::vector<QStringList> rows{{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
+                                   u"Exp. Index"_s, u"User ID"_s, u"Status"_s}};
+    const qint32 total = settings::readTotalQueueItems(file);
+    for (qint32 i = 1; i <= total; ++i) {
+        const QueueItem item = settings::readQueueItem(file, i);
+        rows.push_back({formatQueueNumber(i), item.ItemSN, QString::number(item.SampleNum),
+                        item.SampleName, QString::number(item.ExpTitleIndex), item.UserID,
+                        item.Status});
+    }
+    printTable(rows);
+    return Success;
+}
+
+int run(const QStringList& args)
+{
+    const QString command = args.value(0);
+    const qsizetype count = args.size();
+    const bool knownShape = (command == u"get"_s && (count == 4 || count == 5))
+                            || (command == u"set"_s && count == 5)
+                            || (command == u"clear"_s && count == 3)
+                            || (command == u"queue"_s && count == 2);
+    if (!knownShape) {
+        err() << kUsage;
+        return Usage;
+    }
+
+    const QString path = args[1];
+    if (!QFileInfo(path).isFile())
+        return fail(path + u": no such file"_s);
+    ProfileDocument file = ProfileDocument::load(path);
+
+    if (command == u"get"_s) {
+        out() << settings::readText(file, args[2], args[3], args.value(4)) << '\n';
+        return Success;
+    }
+    if (command == u"set"_s) {
+        file.writeString(args[2], args[3], args[4]);
+        return save(file, path);
+    }
+    if (command == u"clear"_s) {
+        file.clearSection(args[2]);
+        return save(file, path);
+    }
+    return printQueue(file);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    try {
+        return run(QCoreApplication::arguments().mid(1));
+    } catch (const RuntimeError& error) {
+        return fail(QString(runtimeErrorText(error)).replace(u"\r\n\r\n"_s, u" "_s));
+    }
+}
