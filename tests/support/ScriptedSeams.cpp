@@ -114,6 +114,16 @@ bool endsProgram(const std::function<void()>& action)
     return false;
 }
 
+qint32 errorNumber(const std::function<void()>& action)
+{
+    try {
+        action();
+    } catch (const RuntimeError& error) {
+        return error.number();
+    }
+    return 0;
+}
+
 } // namespace spinlane::testing
 
 namespace spinlane {

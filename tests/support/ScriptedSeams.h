@@ -108,6 +108,9 @@ MessageBoxRequest box(const QString& text, MsgButtons buttons, MsgIcon icon);
 // Runs `action` and reports whether it ended the program.
 bool endsProgram(const std::function<void()>& action);
 
+// Runs `action` and returns the number of the run-time error it raised, or 0.
+qint32 errorNumber(const std::function<void()>& action);
+
 } // namespace spinlane::testing
 
 namespace spinlane {
