@@ -17,10 +17,14 @@ public:
         OutOfMemory = 7,
         SubscriptOutOfRange = 9,
         TypeMismatch = 13,
+        BadFileNameOrNumber = 52,
         FileNotFound = 53,
+        DeviceIOError = 57,
         PermissionDenied = 70,
         PathFileAccessError = 75,
+        ObjectNotSet = 91,
         InvalidPropertyValue = 380,
+        CannotCreateObject = 429,
         IndexOutOfBounds = 35600,
         AutomationError = -2147467259, // 0x80004005
     };
@@ -52,8 +56,7 @@ QString runtimeErrorText(const RuntimeError& error);
 [[noreturn]] void reportRuntimeError(const RuntimeError& error);
 
 // Wraps every event handler and main: no exception ever unwinds into Qt's own frames.
-template <typename Handler> void guarded(Handler&& handler) noexcept
-{
+template <typename Handler> void guarded(Handler&& handler) noexcept {
     try {
         try {
             handler();

@@ -38,7 +38,12 @@ extern QStringList gExpTitles;  // experiment titles; the list is elements 0 .. 
 extern QStringList gSolvents;   // solvent names; the same rule
 
 // Upper bound of a zero-based list: its size - 1 (-1 when empty).
-inline qint32 upperBound(const QStringList& list) { return qint32(list.size()) - 1; }
+inline qint32 upperBound(const QStringList& list) {
+    return qint32(list.size()) - 1;
+}
+
+// The title at an item's experiment index; SubscriptOutOfRange outside the array.
+QString experimentTitle(qint32 expTitleIndex);
 
 // Re-sorts the list by the column `sortKey` names (0 = queue number). For sort key 0 also
 // renumbers the rows "001", "002", ... and rebuilds gQueue in row order from the rows' tags,

@@ -1,0 +1,7 @@
+#include "app/Session.h"
+
+namespace spinlane {
+
+QString gCurrentUserID;
+
+} // namespace spinlane
