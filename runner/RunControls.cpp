@@ -1,0 +1,32 @@
+#include "runner/RunControls.h"
+
+namespace spinlane {
+
+RunControls gRunControls;
+
+void RunControls::setStartQueueCaption(const QString& caption) {
+    if (m_caption == caption) return;
+    m_caption = caption;
+    Q_EMIT changed();
+}
+
+void RunControls::setStartQueueToolTip(const QString& toolTip) {
+    if (m_toolTip == toolTip) return;
+    m_toolTip = toolTip;
+    Q_EMIT changed();
+}
+
+void RunControls::setStartOverVisible(bool visible) {
+    if (m_startOverVisible == visible) return;
+    m_startOverVisible = visible;
+    Q_EMIT changed();
+}
+
+void RunControls::reset() {
+    m_caption = kStartCaption;
+    m_toolTip.clear();
+    m_startOverVisible = false;
+    Q_EMIT changed();
+}
+
+} // namespace spinlane

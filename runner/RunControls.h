@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+namespace spinlane {
+
+// The run button's captions. The caption is the run state, and handlers compare it as written.
+inline const QString kStartCaption = QStringLiteral("Start Spinlane!");
+inline const QString kStopCaption = QStringLiteral("Stop Spinlane!");
+inline const QString kContinueCaption = QStringLiteral("Continue Spinlane!");
+inline const QString kRunAgainCaption = QStringLiteral("Run The Queue Again!");
+
+// The run controls as the main window shows them: the run button's caption and tool tip, and
+// whether the start-over button is visible.
+class RunControls : public QObject {
+    Q_OBJECT
+public:
+    QString startQueueCaption() const { return m_caption; }
+    void setStartQueueCaption(const QString& caption);
+    QString startQueueToolTip() const { return m_toolTip; }
+    void setStartQueueToolTip(const QString& toolTip);
+    bool startOverVisible() const { return m_startOverVisible; }
+    void setStartOverVisible(bool visible);
+
+    void reset();
+
+Q_SIGNALS:
+    void changed();
+
+private:
+    QString m_caption = kStartCaption;
+    QString m_toolTip;
+    bool m_startOverVisible = false;
+};
+
+extern RunControls gRunControls;
+
+} // namespace spinlane

@@ -1,0 +1,203 @@
+#include "runner/RunQueue.h"
+
+#include "app/Conversions.h"
+#include "app/RuntimeError.h"
+#include "app/Settings.h"
+#include "app/wait_in_seconds.h"
+#include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunLog.h"
+#include "runner/SampleSteps.h"
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane {
+
+bool gStopRequested = false;
+bool gStepFailed = false;
+bool gSameSample = false;
+
+namespace {
+
+enum class Outcome { Done, Failed, Stopped, DoneThenStop, Fatal };
+
+bool sampleChangerRun() {
+    return gSampleControl == 2 && !gExpQueueOnly;
+}
+
+void setStatus(qint32 row, qint32 queueNum, const QString& status, quint32 color) {
+    gQueueList.setSubItem(row, QueueList::StatusSubItem, status);
+    gQueue(queueNum).Status = status;
+    gQueueList.setForeColor(row, color);
+}
+
+Outcome outcomeAfterStep() {
+    if (gStopRequested) return Outcome::Stopped;
+    return gStepFailed ? Outcome::Failed : Outcome::Done;
+}
+
+// Load (unless the sample is already in), spin, run, and eject when the next item needs
+// another sample. `previousSample` is the sample of the last item completed in this run.
+Outcome runWithSampleChanger(qint32 n, qint32& previousSample) {
+    const qint32 sample = gQueue(n).SampleNum;
+    gSameSample = sample == previousSample;
+    if (!gSameSample) LoadStep(n);
+    if (gStopRequested) return Outcome::Stopped;
+    if (gStepFailed) {
+        EjectStep();
+        return Outcome::Failed;
+    }
+    for (auto step : {SpinStep, ExperimentStep}) {
+        step(n);
+        if (const Outcome outcome = outcomeAfterStep(); outcome != Outcome::Done) return outcome;
+    }
+    const qint32 next = n < gQueue.upperBound() ? gQueue(n + 1).SampleNum : 0;
+    if (sample != next) {
+        Expedra& expedra = linked(gExpedra);
+        if (expedra.GetLockRequired()) expedra.ReleaseSample();
+        wait_in_seconds(2);
+        EjectStep();
+    }
+    if (gStopRequested) return Outcome::DoneThenStop;
+    if (gStepFailed) return Outcome::Fatal;
+    previousSample = sample;
+    return Outcome::Done;
+}
+
+Outcome runItem(qint32 n, qint32& previousSample) {
+    if (gSampleControl == 1 || gSampleControl == 2) {
+        if (sampleChangerRun()) return runWithSampleChanger(n, previousSample);
+        ExperimentStep(n);
+        return outcomeAfterStep();
+    }
+    return Outcome::Done; // no sample handling: the run only walks the queue
+}
+
+// Records the outcome in the row, the queue and the log. Returns whether the run goes on.
+bool record(Outcome outcome, qint32 row, qint32 n) {
+    switch (outcome) {
+    case Outcome::Done:
+        setStatus(row, n, u"Done"_s, kBlue);
+        break;
+    case Outcome::Failed:
+        gStepFailed = false;
+        setStatus(row, n, u"Failed"_s, kRed);
+        break;
+    case Outcome::Stopped:
+        gStopRequested = false;
+        setStatus(row, n, u"Stopped"_s, kYellow);
+        break;
+    case Outcome::DoneThenStop:
+        gStopRequested = false;
+        setStatus(row, n, u"Done"_s, kBlue);
+        break;
+    case Outcome::Fatal:
+        // The experiment itself completed; only the eject after it failed.
+        gStepFailed = false;
+        RequestStop();
+        gStopRequested = false;
+        setStatus(row, n, u"Done"_s, kBlue);
+        break;
+    }
+    if (gLogOn) WriteItemLogLine(gQueueList.row(row).text, n);
+    switch (outcome) {
+    case Outcome::Done:
+    case Outcome::Failed:
+        return true;
+    case Outcome::Stopped:
+    case Outcome::DoneThenStop:
+        if (gLogOn) WriteStopBanner();
+        return false;
+    case Outcome::Fatal:
+        if (gLogOn) WriteFatalBanner();
+        return false;
+    }
+    return false;
+}
+
+} // namespace
+
+qint32 FindQueueRow(qint32 queueNum) {
+    for (qint32 row = 1; row <= gQueueList.count(); ++row) {
+        if (leadingNumber(gQueueList.row(row).text) == queueNum) return row;
+    }
+    throw RuntimeError(RuntimeError::ObjectNotSet);
+}
+
+void RunQueue() {
+    if (gLogOn) {
+        WriteStartBanner();
+        WriteLogHeader();
+    }
+    PrepareRun();
+    qint32 previousSample = 0;
+    for (;;) {
+        if (gCurrentQueueNum >= gQueue.upperBound()) {
+            FinishRun();
+            if (gLogOn) WriteDoneBanner();
+            return;
+        }
+        const qint32 n = ++gCurrentQueueNum;
+        const qint32 row = FindQueueRow(n);
+        gQueueList.setChecked(row, true);
+        gQueueList.setSelected(row, true);
+        UpdateSelectionStatus();
+        if (gQueueList.subItem(row, QueueList::StatusSubItem) == u"Done"_s) continue;
+
+        setStatus(row, n, u"In progress"_s, kGreen);
+        gQueueList.setBold(row, true);
+        gQueueList.setGhosted(row, true);
+        if (!record(runItem(n, previousSample), row, n)) return;
+    }
+}
+
+void RequestStop() {
+    gRunControls.setStartQueueCaption(kContinueCaption);
+    gStopRequested = true;
+    gRunControls.setStartOverVisible(true);
+    gStatusBar.setText(StatusBar::SpinPanel, {});
+}
+
+void ContinueQueue() {
+    --gCurrentQueueNum;
+    RunQueue();
+}
+
+void PrepareRun() {
+    SyncQueueFromList(0);
+    gRunControls.setStartOverVisible(false);
+    gRunControls.setStartQueueCaption(kStopCaption);
+    if (sampleChangerRun()) {
+        // Whatever the changer holds goes out first; how that eject ends does not matter.
+        linked(gExpedra).ReleaseSample();
+        wait_in_seconds(2);
+        EjectStep();
+        gStepFailed = false;
+    }
+}
+
+void FinishRun() {
+    gRunControls.setStartQueueCaption(kRunAgainCaption);
+    gRunControls.setStartQueueToolTip(u"Only to complete the failed items."_s);
+    gRunControls.setStartOverVisible(true);
+    for (qint32 row = 1; row <= gQueueList.count(); ++row)
+        gQueueList.setGhosted(row, false);
+    gStatusBar.setText(StatusBar::SpinPanel, {});
+    if (sampleChangerRun()) {
+        // The changer is left spinning at 20 Hz after a finished run.
+        SampleChanger& changer = linked(gSampleChanger);
+        changer.SetSpinRate(20.0);
+        wait_in_seconds(1);
+        changer.SetSpin(true);
+    }
+}
+
+void resetRunState() {
+    gStopRequested = gStepFailed = gSameSample = false;
+    gRunControls.reset();
+    gStatusBar.reset();
+}
+
+} // namespace spinlane
