@@ -73,7 +73,7 @@ private:
     void reparse();
 
     QByteArray m_source; // the parsed bytes, byte-order mark included
-    QByteArray m_added;  // the bytes of every line written since
+    QByteArray m_added; // the bytes of every line written since
     qsizetype m_bomLength = 0;
     std::vector<Section> m_sections; // m_sections[0]: the lines before the first header
     QMultiHash<quint64, int> m_sectionIndex; // hash of a case-folded name -> first section of it

@@ -46,7 +46,7 @@ private:
 
 // Thrown by EndProgram when the program-end seam returns (tests record the end instead of
 // exiting); it unwinds to the nearest guard, which swallows it.
-struct ProgramEnded {};
+struct ProgramEnded { };
 
 // "Run-time error 'N':" + blank line + description.
 QString runtimeErrorText(const RuntimeError& error);
@@ -56,7 +56,8 @@ QString runtimeErrorText(const RuntimeError& error);
 [[noreturn]] void reportRuntimeError(const RuntimeError& error);
 
 // Wraps every event handler and main: no exception ever unwinds into Qt's own frames.
-template <typename Handler> void guarded(Handler&& handler) noexcept {
+template <typename Handler> void guarded(Handler&& handler) noexcept
+{
     try {
         try {
             handler();

@@ -71,9 +71,9 @@ void LoadSettings()
                    MsgIcon::Critical)
             == MsgAnswer::Cancel)
             EndProgram();
-        const QString chosen = reg_docs(kStoreApp, kPath, kSettingsFileName,
-                                        u"Locate the 'Spinlane.ini' file."_s, FileMustExist,
-                                        u"ini"_s, u"*"_s);
+        const QString chosen =
+            reg_docs(kStoreApp, kPath, kSettingsFileName, u"Locate the 'Spinlane.ini' file."_s,
+                     FileMustExist, u"ini"_s, u"*"_s);
         if (sameText(chosen, kCancelled))
             EndProgram();
         gIniPath = chosen;
@@ -114,9 +114,10 @@ void SaveSettings(const std::optional<WindowPosition>& mainWindow)
     }
 
     if (!sameText(gExeVersion, gIniVersion)
-        && msgBox(versionMismatchLine()
-                      + u"\r\nOverwrite the initialization file anyway? Click No to back up old ini file."_s,
-                  MsgButtons::YesNo, MsgIcon::Question)
+        && msgBox(
+               versionMismatchLine()
+                   + u"\r\nOverwrite the initialization file anyway? Click No to back up old ini file."_s,
+               MsgButtons::YesNo, MsgIcon::Question)
                == MsgAnswer::No)
         backUpSettingsFile();
 

@@ -8,15 +8,15 @@
 // written back when the main window closes.
 namespace spinlane {
 
-extern float gFormTop;  // main window's top edge, twips
+extern float gFormTop; // main window's top edge, twips
 extern float gFormLeft; // main window's left edge, twips
 extern QString gIniPath;
 extern QString gIniVersion; // "Version Number" as the file held it at start-up
 extern bool gAlwaysOnTop;
 extern bool gExpQueueOnly;
 extern QString gAdminPassword; // only ever read: set by editing the file
-extern qint16 gSampleControl;  // 1 single-sample interface, 2 sample changer, else none
-extern qint16 gQueueLayout;    // 1 list view, 2 tree view
+extern qint16 gSampleControl; // 1 single-sample interface, 2 sample changer, else none
+extern qint16 gQueueLayout; // 1 list view, 2 tree view
 extern qint32 gTotalQueueItems;
 extern QString gLogFile;
 
@@ -27,7 +27,7 @@ void LoadSettings();
 
 // The main window's position when it is neither minimized nor maximized.
 struct WindowPosition {
-    float top;  // twips
+    float top; // twips
     float left; // twips
 };
 

@@ -18,7 +18,8 @@ QString korvoPath(const QString& relativePath)
 #ifdef Q_OS_WIN
     return QDir::toNativeSeparators(gProgramDrive.left(1) + u":/korvo/"_s + relativePath);
 #else
-    return QDir(gProgramDrive.isEmpty() ? u"/"_s : gProgramDrive).filePath(u"korvo/"_s + relativePath);
+    return QDir(gProgramDrive.isEmpty() ? u"/"_s : gProgramDrive)
+        .filePath(u"korvo/"_s + relativePath);
 #endif
 }
 

@@ -5,10 +5,10 @@
 // What start-up records about the running program.
 namespace spinlane {
 
-extern bool gStarting;     // true while start-up runs
+extern bool gStarting; // true while start-up runs
 extern QString gExeVersion; // major.minor.revision of the running program
 extern QString gProgramDrive; // on Windows the executable's drive letter; elsewhere the root "/"
-extern bool gShowWindow;   // false when the command line holds "nowindow"; read by nothing else
+extern bool gShowWindow; // false when the command line holds "nowindow"; read by nothing else
 
 QString programVersion();
 

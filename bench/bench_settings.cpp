@@ -30,16 +30,16 @@ QByteArray settingsFile()
     QByteArray bytes = "[General]\r\nVersion Number=" + programVersion().toLatin1()
                        + "\r\nAlwaysOnTop=True\r\nExpQueueOnly=False\r\nPassword=\r\n"
                          "Sample Control=2\r\nQueue Layout=1\r\nCurrent Queue Num=0\r\n"
-                         "Total Queue Items=" + QByteArray::number(kItems)
-                       + "\r\nLogFile=/korvo/config/Spinlane.log\r\n";
+                         "Total Queue Items="
+                       + QByteArray::number(kItems) + "\r\nLogFile=/korvo/config/Spinlane.log\r\n";
     for (int i = 1; i <= kItems; ++i) {
         const QByteArray n = QByteArray::number(i);
         bytes += "[Item " + n + "]\r\nItem S/N=" + QByteArray::number(46348000 + i)
                  + "\r\nSample Num=" + n + "\r\nSample Name=Sample " + n
                  + "\r\nSample Des=Crude product, batch " + n
                  + "\r\nSolvent=CDCl3\r\nExp Title Index=2\r\nUser ID=ann\r\n"
-                   "Organization=Chemistry\r\nOutput File Path=/korvo/Data/ann/sample" + n
-                 + ".kvd\r\nStatus=Idle\r\n";
+                   "Organization=Chemistry\r\nOutput File Path=/korvo/Data/ann/sample"
+                 + n + ".kvd\r\nStatus=Idle\r\n";
     }
     return bytes;
 }
@@ -91,8 +91,8 @@ int main(int argc, char* argv[])
     for (int i = 1; i <= kItems; ++i)
         gQueueList.setTag(gQueueList.add(), i);
 
-    report("save, nothing changed", medianMs(runs, nothing, [] { SaveSettings(std::nullopt); }),
-           20, runs);
+    report("save, nothing changed", medianMs(runs, nothing, [] { SaveSettings(std::nullopt); }), 20,
+           runs);
     int round = 0;
     const auto changeEveryStatus = [&round] {
         const QString status = ++round % 2 ? u"Done"_s : u"Idle"_s;

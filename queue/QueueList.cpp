@@ -52,10 +52,7 @@ QString QueueList::subItem(qint32 index, int subItem) const
     return row(index).subItems[subItemSlot(subItem)];
 }
 
-qint32 QueueList::add()
-{
-    return insert(count() + 1);
-}
+qint32 QueueList::add() { return insert(count() + 1); }
 
 qint32 QueueList::insert(qint32 index)
 {
@@ -141,10 +138,7 @@ void QueueList::setForeColor(qint32 index, quint32 color)
     rowChanged(index);
 }
 
-qint32 QueueList::selectedIndex() const
-{
-    return m_selected;
-}
+qint32 QueueList::selectedIndex() const { return m_selected; }
 
 void QueueList::sortByColumn(int sortKey)
 {
@@ -206,10 +200,7 @@ void QueueList::rowsChanged(qint32 first, qint32 last)
     Q_EMIT dataChanged(index(first - 1, 0), index(last - 1, ColumnCount - 1));
 }
 
-int QueueList::rowCount(const QModelIndex& parent) const
-{
-    return parent.isValid() ? 0 : count();
-}
+int QueueList::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : count(); }
 
 int QueueList::columnCount(const QModelIndex& parent) const
 {

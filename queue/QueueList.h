@@ -43,7 +43,14 @@ public:
         ColumnCount
     };
     // Sub-item k is shown in column k.
-    enum SubItem { ItemSNSubItem = 1, SampleNumSubItem, SampleNameSubItem, ExpTitleSubItem, UserIDSubItem, StatusSubItem };
+    enum SubItem {
+        ItemSNSubItem = 1,
+        SampleNumSubItem,
+        SampleNameSubItem,
+        ExpTitleSubItem,
+        UserIDSubItem,
+        StatusSubItem
+    };
     enum Role { TagRole = Qt::UserRole + 1, SelectedRole, GhostedRole, ForeColorRole };
 
     explicit QueueList(QObject* parent = nullptr);
@@ -52,7 +59,7 @@ public:
     const QueueRow& row(qint32 index) const;
     QString subItem(qint32 index, int subItem) const;
 
-    qint32 add();                // a blank row at the end; returns its index
+    qint32 add(); // a blank row at the end; returns its index
     qint32 insert(qint32 index); // a blank row at index, 1 .. count() + 1; returns index
     void remove(qint32 index);
     void clear();

@@ -34,13 +34,11 @@ private:
 extern QueueArray gQueue;
 extern QueueList gQueueList;
 extern qint32 gCurrentQueueNum; // queue number of the item being run or last run; 0 = none
-extern QStringList gExpTitles;  // experiment titles; the list is elements 0 .. upper bound - 1
-extern QStringList gSolvents;   // solvent names; the same rule
+extern QStringList gExpTitles; // experiment titles; the list is elements 0 .. upper bound - 1
+extern QStringList gSolvents; // solvent names; the same rule
 
 // Upper bound of a zero-based list: its size - 1 (-1 when empty).
-inline qint32 upperBound(const QStringList& list) {
-    return qint32(list.size()) - 1;
-}
+inline qint32 upperBound(const QStringList& list) { return qint32(list.size()) - 1; }
 
 // The title at an item's experiment index; SubscriptOutOfRange outside the array.
 QString experimentTitle(qint32 expTitleIndex);

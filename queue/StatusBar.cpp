@@ -10,26 +10,33 @@ namespace spinlane {
 
 StatusBar gStatusBar;
 
-void StatusBar::setText(Panel panel, const QString& text) {
-    if (m_texts[panel - 1] == text) return;
+void StatusBar::setText(Panel panel, const QString& text)
+{
+    if (m_texts[panel - 1] == text)
+        return;
     m_texts[panel - 1] = text;
     Q_EMIT changed();
 }
 
-void StatusBar::setOutputFileToolTip(const QString& toolTip) {
-    if (m_outputFileToolTip == toolTip) return;
+void StatusBar::setOutputFileToolTip(const QString& toolTip)
+{
+    if (m_outputFileToolTip == toolTip)
+        return;
     m_outputFileToolTip = toolTip;
     Q_EMIT changed();
 }
 
-void StatusBar::setProgress(int maximum, int value) {
-    if (m_progressMaximum == maximum && m_progressValue == value) return;
+void StatusBar::setProgress(int maximum, int value)
+{
+    if (m_progressMaximum == maximum && m_progressValue == value)
+        return;
     m_progressMaximum = maximum;
     m_progressValue = value;
     Q_EMIT changed();
 }
 
-void StatusBar::reset() {
+void StatusBar::reset()
+{
     m_texts = {};
     m_outputFileToolTip.clear();
     m_progressMaximum = 1;
@@ -37,11 +44,13 @@ void StatusBar::reset() {
     Q_EMIT changed();
 }
 
-void UpdateSelectionStatus() {
+void UpdateSelectionStatus()
+{
     const qint32 rows = gQueueList.count();
     if (rows >= 1) {
         const qint32 selected = gQueueList.selectedIndex();
-        if (selected == 0) throw RuntimeError(RuntimeError::ObjectNotSet);
+        if (selected == 0)
+            throw RuntimeError(RuntimeError::ObjectNotSet);
         const QueueItem& item = gQueue(toInt32(leadingNumber(gQueueList.row(selected).text)));
         gStatusBar.setText(StatusBar::OutputFilePanel, item.OutputFilePath);
         gStatusBar.setOutputFileToolTip(item.OutputFilePath);

@@ -22,29 +22,34 @@ class NoAutomation : public AutomationBackend {
 public:
     std::shared_ptr<AutomationObject> GetObject(const QString&) override { return none(); }
     std::shared_ptr<AutomationObject> CreateObject(const QString&) override { return none(); }
-    void ShowWindow(qint32, WindowCommand) override {}
-    void CloseWindow(qint32) override {}
+    void ShowWindow(qint32, WindowCommand) override { }
+    void CloseWindow(qint32) override { }
 
 private:
-    static std::shared_ptr<AutomationObject> none() {
+    static std::shared_ptr<AutomationObject> none()
+    {
         throw RuntimeError(RuntimeError::CannotCreateObject);
     }
 };
 
-AutomationBackend*& backend() {
+AutomationBackend*& backend()
+{
     static NoAutomation none;
     static AutomationBackend* current = &none;
     return current;
 }
 
-template <typename Program> std::shared_ptr<Program> as(std::shared_ptr<AutomationObject> object) {
+template <typename Program> std::shared_ptr<Program> as(std::shared_ptr<AutomationObject> object)
+{
     auto program = std::dynamic_pointer_cast<Program>(std::move(object));
-    if (!program) throw RuntimeError(RuntimeError::TypeMismatch);
+    if (!program)
+        throw RuntimeError(RuntimeError::TypeMismatch);
     return program;
 }
 
 // Each call on its own: one that fails does not keep the next from being made.
-template <typename Call> void ignoringErrors(Call&& call) {
+template <typename Call> void ignoringErrors(Call&& call)
+{
     try {
         call();
     } catch (const RuntimeError&) {
@@ -53,7 +58,8 @@ template <typename Call> void ignoringErrors(Call&& call) {
 
 // Experiments only: the sample program of the current mode is let go (the changer is told to
 // quit); a window handle of 0 means there is no link to drop.
-void dropSampleLink() {
+void dropSampleLink()
+{
     if (gSampleControl == 1 && gTubelinkWnd != 0) {
         gTubelinkWnd = 0;
         gTubelink.reset();
@@ -67,17 +73,17 @@ void dropSampleLink() {
 
 } // namespace
 
-AutomationBackend& automation() {
-    return *backend();
-}
+AutomationBackend& automation() { return *backend(); }
 
-AutomationBackend* installAutomation(AutomationBackend* replacement) {
+AutomationBackend* installAutomation(AutomationBackend* replacement)
+{
     AutomationBackend* previous = backend();
     backend() = replacement;
     return previous;
 }
 
-void ConnectPrograms() {
+void ConnectPrograms()
+{
     AutomationBackend& programs = automation();
     try {
         gConsole = as<Console>(programs.GetObject(kConsoleClass));
@@ -107,7 +113,8 @@ void ConnectPrograms() {
             gTubelink = as<Tubelink>(programs.CreateObject(kTubelinkClass));
         } catch (const RuntimeError&) {
             if (msgBox(u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s,
-                       MsgButtons::YesNo, MsgIcon::Question) == MsgAnswer::No)
+                       MsgButtons::YesNo, MsgIcon::Question)
+                == MsgAnswer::No)
                 EndProgram();
             return;
         }
@@ -128,12 +135,15 @@ void ConnectPrograms() {
     }
 }
 
-void ReleasePrograms() {
+void ReleasePrograms()
+{
     ignoringErrors([] { linked(gExpedra).Quit(); });
-    if (gSampleControl == 2) ignoringErrors([] { linked(gSampleChanger).Quit(); });
+    if (gSampleControl == 2)
+        ignoringErrors([] { linked(gSampleChanger).Quit(); });
 }
 
-void resetProgramLinks() {
+void resetProgramLinks()
+{
     gConsole.reset();
     gExpedra.reset();
     gTubelink.reset();

@@ -26,8 +26,10 @@ void ConnectPrograms();
 void ReleasePrograms();
 
 // The linked program; ObjectNotSet when there is no link.
-template <typename Program> Program& linked(const std::shared_ptr<Program>& link) {
-    if (!link) throw RuntimeError(RuntimeError::ObjectNotSet);
+template <typename Program> Program& linked(const std::shared_ptr<Program>& link)
+{
+    if (!link)
+        throw RuntimeError(RuntimeError::ObjectNotSet);
     return *link;
 }
 

@@ -21,7 +21,7 @@ public:
 };
 
 // The spectrometer console: attached only as proof that it runs; nothing is called on it.
-class Console : public AutomationObject {};
+class Console : public AutomationObject { };
 
 // The experiment set-up program: holds the experiments and solvents and runs the experiments.
 class Expedra : public AutomationObject {
@@ -40,7 +40,7 @@ public:
     virtual bool GetLockRequired() = 0;
     virtual void SetLockEnabled(bool enabled) = 0;
     virtual void SetSetupEnabled(bool enabled) = 0;
-    virtual void SetSolventIndex(qint16 index) = 0;          // 0-based in the solvent list
+    virtual void SetSolventIndex(qint16 index) = 0; // 0-based in the solvent list
     virtual void SetSampleInfo(const QStringList& info) = 0; // user, organization, sample, solvent
     virtual void SetOutputFile(const QString& path) = 0;
     virtual bool GetRunFailed() = 0;

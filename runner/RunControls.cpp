@@ -4,25 +4,32 @@ namespace spinlane {
 
 RunControls gRunControls;
 
-void RunControls::setStartQueueCaption(const QString& caption) {
-    if (m_caption == caption) return;
+void RunControls::setStartQueueCaption(const QString& caption)
+{
+    if (m_caption == caption)
+        return;
     m_caption = caption;
     Q_EMIT changed();
 }
 
-void RunControls::setStartQueueToolTip(const QString& toolTip) {
-    if (m_toolTip == toolTip) return;
+void RunControls::setStartQueueToolTip(const QString& toolTip)
+{
+    if (m_toolTip == toolTip)
+        return;
     m_toolTip = toolTip;
     Q_EMIT changed();
 }
 
-void RunControls::setStartOverVisible(bool visible) {
-    if (m_startOverVisible == visible) return;
+void RunControls::setStartOverVisible(bool visible)
+{
+    if (m_startOverVisible == visible)
+        return;
     m_startOverVisible = visible;
     Q_EMIT changed();
 }
 
-void RunControls::reset() {
+void RunControls::reset()
+{
     m_caption = kStartCaption;
     m_toolTip.clear();
     m_startOverVisible = false;

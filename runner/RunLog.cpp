@@ -16,24 +16,26 @@ bool gLogOn = false;
 
 namespace {
 
-QFile& logFile() {
+QFile& logFile()
+{
     static QFile file;
     return file;
 }
 
-QString now() {
-    return generalDate(seams().clock->now());
-}
+QString now() { return generalDate(seams().clock->now()); }
 
-void writeLine(const QString& line) {
+void writeLine(const QString& line)
+{
     QFile& file = logFile();
-    if (!file.isOpen()) throw RuntimeError(RuntimeError::BadFileNameOrNumber);
+    if (!file.isOpen())
+        throw RuntimeError(RuntimeError::BadFileNameOrNumber);
     const QByteArray bytes = (line + u"\r\n"_s).toLocal8Bit();
     if (file.write(bytes) != bytes.size() || !file.flush())
         throw RuntimeError(RuntimeError::DeviceIOError);
 }
 
-void writeBanner(const QString& banner, char separator, int length) {
+void writeBanner(const QString& banner, char separator, int length)
+{
     writeLine(banner);
     writeLine(QString(length, QLatin1Char(separator)));
     writeLine({});
@@ -41,41 +43,43 @@ void writeBanner(const QString& banner, char separator, int length) {
 
 } // namespace
 
-bool OpenLogFile(const QString& path, bool append) {
+bool OpenLogFile(const QString& path, bool append)
+{
     QFile& file = logFile();
     file.close();
     file.setFileName(path);
     return file.open(QIODevice::WriteOnly | (append ? QIODevice::Append : QIODevice::Truncate));
 }
 
-void CloseLogFile() {
-    logFile().close();
-}
+void CloseLogFile() { logFile().close(); }
 
-void WriteStartBanner() {
+void WriteStartBanner()
+{
     writeLine(u"[Start Spinlane at "_s + now() + u" by "_s + gCurrentUserID + u']');
 }
 
-void WriteLogHeader() {
+void WriteLogHeader()
+{
     writeLine(u"No.\tItem S/N\tSample Pos.\tSample Name\tExp. Title\tUser ID\tStatus\tDate/Time"_s);
 }
 
-void WriteItemLogLine(const QString& rowText, qint32 queueNum) {
+void WriteItemLogLine(const QString& rowText, qint32 queueNum)
+{
     const QueueItem& item = gQueue(queueNum);
     writeLine(QStringList{rowText, item.ItemSN, QString::number(item.SampleNum), item.SampleName,
                           experimentTitle(item.ExpTitleIndex), item.UserID, item.Status, now()}
                   .join(u'\t'));
 }
 
-void WriteDoneBanner() {
-    writeBanner(u"[Done Spinlane at "_s + now() + u']', '$', 65);
-}
+void WriteDoneBanner() { writeBanner(u"[Done Spinlane at "_s + now() + u']', '$', 65); }
 
-void WriteStopBanner() {
+void WriteStopBanner()
+{
     writeBanner(u"[Stop Spinlane at "_s + now() + u" by "_s + gCurrentUserID + u']', '*', 57);
 }
 
-void WriteFatalBanner() {
+void WriteFatalBanner()
+{
     writeBanner(u"[Fatal error (ejecting failed)! Quit Spinlane at "_s + now() + u']', '!', 61);
 }
 

@@ -18,8 +18,8 @@ void WriteStartBanner(); // "[Start Spinlane at <time> by <user>]"
 void WriteLogHeader();
 // The queue number as its row shows it, the item's fields, its experiment title and status.
 void WriteItemLogLine(const QString& rowText, qint32 queueNum);
-void WriteDoneBanner();  // then 65 "$" and an empty line
-void WriteStopBanner();  // then 57 "*" and an empty line
+void WriteDoneBanner(); // then 65 "$" and an empty line
+void WriteStopBanner(); // then 57 "*" and an empty line
 void WriteFatalBanner(); // then 61 "!" and an empty line
 
 } // namespace spinlane

@@ -23,52 +23,62 @@ namespace {
 
 enum class Outcome { Done, Failed, Stopped, DoneThenStop, Fatal };
 
-bool sampleChangerRun() {
-    return gSampleControl == 2 && !gExpQueueOnly;
-}
+bool sampleChangerRun() { return gSampleControl == 2 && !gExpQueueOnly; }
 
-void setStatus(qint32 row, qint32 queueNum, const QString& status, quint32 color) {
+void setStatus(qint32 row, qint32 queueNum, const QString& status, quint32 color)
+{
     gQueueList.setSubItem(row, QueueList::StatusSubItem, status);
     gQueue(queueNum).Status = status;
     gQueueList.setForeColor(row, color);
 }
 
-Outcome outcomeAfterStep() {
-    if (gStopRequested) return Outcome::Stopped;
+Outcome outcomeAfterStep()
+{
+    if (gStopRequested)
+        return Outcome::Stopped;
     return gStepFailed ? Outcome::Failed : Outcome::Done;
 }
 
 // Load (unless the sample is already in), spin, run, and eject when the next item needs
 // another sample. `previousSample` is the sample of the last item completed in this run.
-Outcome runWithSampleChanger(qint32 n, qint32& previousSample) {
+Outcome runWithSampleChanger(qint32 n, qint32& previousSample)
+{
     const qint32 sample = gQueue(n).SampleNum;
     gSameSample = sample == previousSample;
-    if (!gSameSample) LoadStep(n);
-    if (gStopRequested) return Outcome::Stopped;
+    if (!gSameSample)
+        LoadStep(n);
+    if (gStopRequested)
+        return Outcome::Stopped;
     if (gStepFailed) {
         EjectStep();
         return Outcome::Failed;
     }
     for (auto step : {SpinStep, ExperimentStep}) {
         step(n);
-        if (const Outcome outcome = outcomeAfterStep(); outcome != Outcome::Done) return outcome;
+        if (const Outcome outcome = outcomeAfterStep(); outcome != Outcome::Done)
+            return outcome;
     }
     const qint32 next = n < gQueue.upperBound() ? gQueue(n + 1).SampleNum : 0;
     if (sample != next) {
         Expedra& expedra = linked(gExpedra);
-        if (expedra.GetLockRequired()) expedra.ReleaseSample();
+        if (expedra.GetLockRequired())
+            expedra.ReleaseSample();
         wait_in_seconds(2);
         EjectStep();
     }
-    if (gStopRequested) return Outcome::DoneThenStop;
-    if (gStepFailed) return Outcome::Fatal;
+    if (gStopRequested)
+        return Outcome::DoneThenStop;
+    if (gStepFailed)
+        return Outcome::Fatal;
     previousSample = sample;
     return Outcome::Done;
 }
 
-Outcome runItem(qint32 n, qint32& previousSample) {
+Outcome runItem(qint32 n, qint32& previousSample)
+{
     if (gSampleControl == 1 || gSampleControl == 2) {
-        if (sampleChangerRun()) return runWithSampleChanger(n, previousSample);
+        if (sampleChangerRun())
+            return runWithSampleChanger(n, previousSample);
         ExperimentStep(n);
         return outcomeAfterStep();
     }
@@ -76,11 +86,10 @@ Outcome runItem(qint32 n, qint32& previousSample) {
 }
 
 // Records the outcome in the row, the queue and the log. Returns whether the run goes on.
-bool record(Outcome outcome, qint32 row, qint32 n) {
+bool record(Outcome outcome, qint32 row, qint32 n)
+{
     switch (outcome) {
-    case Outcome::Done:
-        setStatus(row, n, u"Done"_s, kBlue);
-        break;
+    case Outcome::Done: setStatus(row, n, u"Done"_s, kBlue); break;
     case Outcome::Failed:
         gStepFailed = false;
         setStatus(row, n, u"Failed"_s, kRed);
@@ -101,17 +110,19 @@ bool record(Outcome outcome, qint32 row, qint32 n) {
         setStatus(row, n, u"Done"_s, kBlue);
         break;
     }
-    if (gLogOn) WriteItemLogLine(gQueueList.row(row).text, n);
+    if (gLogOn)
+        WriteItemLogLine(gQueueList.row(row).text, n);
     switch (outcome) {
     case Outcome::Done:
-    case Outcome::Failed:
-        return true;
+    case Outcome::Failed: return true;
     case Outcome::Stopped:
     case Outcome::DoneThenStop:
-        if (gLogOn) WriteStopBanner();
+        if (gLogOn)
+            WriteStopBanner();
         return false;
     case Outcome::Fatal:
-        if (gLogOn) WriteFatalBanner();
+        if (gLogOn)
+            WriteFatalBanner();
         return false;
     }
     return false;
@@ -119,14 +130,17 @@ bool record(Outcome outcome, qint32 row, qint32 n) {
 
 } // namespace
 
-qint32 FindQueueRow(qint32 queueNum) {
+qint32 FindQueueRow(qint32 queueNum)
+{
     for (qint32 row = 1; row <= gQueueList.count(); ++row) {
-        if (leadingNumber(gQueueList.row(row).text) == queueNum) return row;
+        if (leadingNumber(gQueueList.row(row).text) == queueNum)
+            return row;
     }
     throw RuntimeError(RuntimeError::ObjectNotSet);
 }
 
-void RunQueue() {
+void RunQueue()
+{
     if (gLogOn) {
         WriteStartBanner();
         WriteLogHeader();
@@ -136,7 +150,8 @@ void RunQueue() {
     for (;;) {
         if (gCurrentQueueNum >= gQueue.upperBound()) {
             FinishRun();
-            if (gLogOn) WriteDoneBanner();
+            if (gLogOn)
+                WriteDoneBanner();
             return;
         }
         const qint32 n = ++gCurrentQueueNum;
@@ -144,28 +159,33 @@ void RunQueue() {
         gQueueList.setChecked(row, true);
         gQueueList.setSelected(row, true);
         UpdateSelectionStatus();
-        if (gQueueList.subItem(row, QueueList::StatusSubItem) == u"Done"_s) continue;
+        if (gQueueList.subItem(row, QueueList::StatusSubItem) == u"Done"_s)
+            continue;
 
         setStatus(row, n, u"In progress"_s, kGreen);
         gQueueList.setBold(row, true);
         gQueueList.setGhosted(row, true);
-        if (!record(runItem(n, previousSample), row, n)) return;
+        if (!record(runItem(n, previousSample), row, n))
+            return;
     }
 }
 
-void RequestStop() {
+void RequestStop()
+{
     gRunControls.setStartQueueCaption(kContinueCaption);
     gStopRequested = true;
     gRunControls.setStartOverVisible(true);
     gStatusBar.setText(StatusBar::SpinPanel, {});
 }
 
-void ContinueQueue() {
+void ContinueQueue()
+{
     --gCurrentQueueNum;
     RunQueue();
 }
 
-void PrepareRun() {
+void PrepareRun()
+{
     SyncQueueFromList(0);
     gRunControls.setStartOverVisible(false);
     gRunControls.setStartQueueCaption(kStopCaption);
@@ -178,7 +198,8 @@ void PrepareRun() {
     }
 }
 
-void FinishRun() {
+void FinishRun()
+{
     gRunControls.setStartQueueCaption(kRunAgainCaption);
     gRunControls.setStartQueueToolTip(u"Only to complete the failed items."_s);
     gRunControls.setStartOverVisible(true);
@@ -194,7 +215,8 @@ void FinishRun() {
     }
 }
 
-void resetRunState() {
+void resetRunState()
+{
     gStopRequested = gStepFailed = gSameSample = false;
     gRunControls.reset();
     gStatusBar.reset();

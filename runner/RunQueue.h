@@ -9,8 +9,8 @@
 namespace spinlane {
 
 extern bool gStopRequested; // set by Stop; cleared by the loop when it acts on it
-extern bool gStepFailed;    // set by a step whose program reports failure; cleared by the loop
-extern bool gSameSample;    // the item's sample is already in the magnet
+extern bool gStepFailed; // set by a step whose program reports failure; cleared by the loop
+extern bool gSameSample; // the item's sample is already in the magnet
 
 void RunQueue();
 // Stop: the run goes on until the running step notices the flag.

@@ -17,41 +17,52 @@ namespace {
 
 // Asks `busy` until it answers false, letting the window handle its events in between. Returns
 // false, without asking again, as soon as a stop is requested.
-template <typename Busy> bool pollUntilIdle(Busy&& busy) {
+template <typename Busy> bool pollUntilIdle(Busy&& busy)
+{
     while (busy()) {
         seams().eventPump->waitForEvents(kEventWaitMs);
-        if (gStopRequested) return false;
+        if (gStopRequested)
+            return false;
     }
     return true;
 }
 
 // The solvent's position in the solvent list (elements 0 .. upper bound - 1), or -1.
-qint32 solventIndex(const QString& solvent) {
+qint32 solventIndex(const QString& solvent)
+{
     for (qint32 i = 0; i < upperBound(gSolvents); ++i) {
-        if (gSolvents.at(i).compare(solvent, Qt::CaseInsensitive) == 0) return i;
+        if (gSolvents.at(i).compare(solvent, Qt::CaseInsensitive) == 0)
+            return i;
     }
     return -1;
 }
 
 } // namespace
 
-void LoadStep(qint32 queueNum) {
+void LoadStep(qint32 queueNum)
+{
     SampleChanger& changer = linked(gSampleChanger);
     changer.LoadSample(gQueue(queueNum).SampleNum);
     wait_in_seconds(5);
-    if (!pollUntilIdle([&] { return changer.IsLoading(); })) return;
-    if (changer.GetLoadFailed()) gStepFailed = true;
+    if (!pollUntilIdle([&] { return changer.IsLoading(); }))
+        return;
+    if (changer.GetLoadFailed())
+        gStepFailed = true;
 }
 
-void EjectStep() {
+void EjectStep()
+{
     SampleChanger& changer = linked(gSampleChanger);
     changer.EjectSample();
     wait_in_seconds(5);
-    if (!pollUntilIdle([&] { return changer.IsEjecting(); })) return;
-    if (changer.GetEjectFailed()) gStepFailed = true;
+    if (!pollUntilIdle([&] { return changer.IsEjecting(); }))
+        return;
+    if (changer.GetEjectFailed())
+        gStepFailed = true;
 }
 
-void SpinStep(qint32 queueNum) {
+void SpinStep(qint32 queueNum)
+{
     Expedra& expedra = linked(gExpedra);
     SampleChanger& changer = linked(gSampleChanger);
     expedra.SetCurrentExperiment(gQueue(queueNum).ExpTitleIndex);
@@ -73,11 +84,13 @@ void SpinStep(qint32 queueNum) {
         measured = changer.GetActualSpinRate();
         gStatusBar.setText(StatusBar::SpinPanel, u"Spin on: "_s + formatOneDecimal(measured));
         s.eventPump->waitForEvents(kEventWaitMs);
-        if (gStopRequested || start.msecsTo(s.clock->now()) > 10000) return;
+        if (gStopRequested || start.msecsTo(s.clock->now()) > 10000)
+            return;
     }
 }
 
-void ExperimentStep(qint32 queueNum) {
+void ExperimentStep(qint32 queueNum)
+{
     Expedra& expedra = linked(gExpedra);
     SetUpExperiment(queueNum);
     expedra.RunExperiment();
@@ -87,10 +100,12 @@ void ExperimentStep(qint32 queueNum) {
         return;
     }
     wait_in_seconds(1);
-    if (expedra.GetRunFailed()) gStepFailed = true;
+    if (expedra.GetRunFailed())
+        gStepFailed = true;
 }
 
-void SetUpExperiment(qint32 queueNum) {
+void SetUpExperiment(qint32 queueNum)
+{
     Expedra& expedra = linked(gExpedra);
     const QueueItem item = gQueue(queueNum);
     expedra.SetCurrentExperiment(item.ExpTitleIndex);
@@ -110,7 +125,8 @@ void SetUpExperiment(qint32 queueNum) {
     expedra.SetOutputFile(item.OutputFilePath);
 }
 
-void SendSampleInfo(qint32 queueNum) {
+void SendSampleInfo(qint32 queueNum)
+{
     Expedra& expedra = linked(gExpedra);
     const QueueItem item = gQueue(queueNum);
     const QString solvent = expedra.GetLockRequired() ? u"Solvent: "_s + item.Solvent : QString();

@@ -10,7 +10,6 @@ using namespace Qt::StringLiterals;
 using namespace spinlane;
 using spinlane::testing::errorNumber;
 
-
 class TestConversions : public QObject {
     Q_OBJECT
 

@@ -81,8 +81,8 @@ private Q_SLOTS:
             QMetaObject::invokeMethod(dialog, "accept");
         });
         WidgetFileDialogs dialogs;
-        QCOMPARE(dialogs.openFile({u"Locate"_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, FileMustExist,
-                                   dir.path()}),
+        QCOMPARE(dialogs.openFile(
+                     {u"Locate"_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, FileMustExist, dir.path()}),
                  existing);
         QCOMPARE(filters, (QStringList{u"(*.ini)"_s, u"(*.*)"_s}));
         QCOMPARE(mode, QFileDialog::ExistingFile);

@@ -94,17 +94,17 @@ private Q_SLOTS:
         QTest::newRow("no final line end") << "[s]\r\nk=v"_ba << s << k << u"v"_s;
         QTest::newRow("blank lines") << "\r\n\n[s]\r\n\r\n\n\rk=v"_ba << s << k << u"v"_s;
         QTest::newRow("BOM skipped") << "\xEF\xBB\xBFk=v\r\n"_ba << u""_s << k << u"v"_s;
-        QTest::newRow("blanks trimmed") << " \t[s]\v\f\r\n\x1A k \t= \t v \x1A\f"_ba << s << k
-                                        << u"v"_s;
+        QTest::newRow("blanks trimmed")
+            << " \t[s]\v\f\r\n\x1A k \t= \t v \x1A\f"_ba << s << k << u"v"_s;
         QTest::newRow("header name trimmed") << "[ s\t]\r\nk=v"_ba << s << k << u"v"_s;
         QTest::newRow("header to last bracket") << "[a]b]\r\nk=v"_ba << u"a]b"_s << k << u"v"_s;
         QTest::newRow("text after header") << "[s] ; x\r\nk=v"_ba << s << k << u"v"_s;
         QTest::newRow("unclosed header is entry") << "[s=1\r\n"_ba << u""_s << u"[s"_s << u"1"_s;
         QTest::newRow("first = splits") << "[s]\r\nk==x=y"_ba << s << k << u"=x=y"_s;
-        QTest::newRow("blanks inside name kept") << "[s]\r\nA  B = v"_ba << s << u"a  b"_s
-                                                 << u"v"_s;
-        QTest::newRow("blanks inside must match") << "[s]\r\nA  B = v"_ba << s << u"A B"_s
-                                                  << kDefault;
+        QTest::newRow("blanks inside name kept")
+            << "[s]\r\nA  B = v"_ba << s << u"a  b"_s << u"v"_s;
+        QTest::newRow("blanks inside must match")
+            << "[s]\r\nA  B = v"_ba << s << u"A B"_s << kDefault;
         QTest::newRow("no = gives default") << "[s]\r\nk\r\n"_ba << s << k << kDefault;
         QTest::newRow("empty value") << "[s]\r\nk=\r\n"_ba << s << k << u""_s;
         QTest::newRow("comment is an entry") << "[s]\r\n; c=1"_ba << s << u"; c"_s << u"1"_s;
@@ -114,23 +114,22 @@ private Q_SLOTS:
         QTest::newRow("NUL ends only its line") << "[s]\r\nj=\0\r\nk=v"_ba << s << k << u"v"_s;
         QTest::newRow("NUL cuts header") << "[s\0]\r\nk=v"_ba << u""_s << k << u"v"_s;
         QTest::newRow("before first header") << "k=v\r\n[s]\r\nk=w"_ba << u""_s << k << u"v"_s;
-        QTest::newRow("case of names") << "[GeNeRaL]\r\nSample Name=v"_ba << u"gENERAL"_s
-                                       << u"SAMPLE NAME"_s << u"v"_s;
-        QTest::newRow("requested names trimmed") << "[s]\r\nk=v"_ba << u" s\t"_s << u"\tk "_s
-                                                 << u"v"_s;
-        QTest::newRow("requested name ends at NUL") << "[s]\r\nk=v"_ba << s << u"k\0x"_s
-                                                    << u"v"_s;
-        QTest::newRow("only first section") << "[s]\r\nj=1\r\n[S]\r\nk=2"_ba << s << k
-                                            << kDefault;
+        QTest::newRow("case of names")
+            << "[GeNeRaL]\r\nSample Name=v"_ba << u"gENERAL"_s << u"SAMPLE NAME"_s << u"v"_s;
+        QTest::newRow("requested names trimmed")
+            << "[s]\r\nk=v"_ba << u" s\t"_s << u"\tk "_s << u"v"_s;
+        QTest::newRow("requested name ends at NUL") << "[s]\r\nk=v"_ba << s << u"k\0x"_s << u"v"_s;
+        QTest::newRow("only first section") << "[s]\r\nj=1\r\n[S]\r\nk=2"_ba << s << k << kDefault;
         QTest::newRow("first key wins") << "[s]\r\nk=1\r\nK=2"_ba << s << k << u"1"_s;
         QTest::newRow("missing section") << "[s]\r\nk=1"_ba << u"t"_s << k << kDefault;
         QTest::newRow("UTF-8") << "[s]\r\nk=Caf\xC3\xA9"_ba << s << k << u"Caf\u00E9"_s;
         QTest::newRow("Latin-1") << "[s]\r\nk=Caf\xE9"_ba << s << k << u"Caf\u00E9"_s;
-        QTest::newRow("overlong UTF-8 is Latin-1") << "[s]\r\nk=\xC0\xAF"_ba << s << k
-                                                   << u"\u00C0\u00AF"_s;
-        QTest::newRow("Latin-1 names, any case") << "[Men\xFC]\r\nGr\xF6\xDF" "e=1"_ba
-                                                 << u"MEN\u00DC"_s << u"gR\u00D6\u00DFE"_s
-                                                 << u"1"_s;
+        QTest::newRow("overlong UTF-8 is Latin-1")
+            << "[s]\r\nk=\xC0\xAF"_ba << s << k << u"\u00C0\u00AF"_s;
+        QTest::newRow("Latin-1 names, any case")
+            << "[Men\xFC]\r\nGr\xF6\xDF"
+               "e=1"_ba
+            << u"MEN\u00DC"_s << u"gR\u00D6\u00DFE"_s << u"1"_s;
         QTest::newRow("empty file") << ""_ba << u""_s << u""_s << kDefault;
     }
     void reading()
@@ -221,41 +220,44 @@ private Q_SLOTS:
         QTest::newRow("in place: spelling kept")
             << "[General]\r\nSample Name=old\r\n"_ba << u"GENERAL"_s << u"sample name"_s << v
             << "[General]\r\nSample Name=v\r\n"_ba << v;
-        QTest::newRow("in place: blanks dropped")
-            << "[s]\r\n  k \t=  old\r\nj=1\r\n"_ba << s << k << v << "[s]\r\nk=v\r\nj=1\r\n"_ba
-            << v;
-        QTest::newRow("in place: terminator kept") << "[s]\nk=o\n\r\n\n[t]\n"_ba << s << k << v
-                                                   << "[s]\nk=v\n\r\n\n[t]\n"_ba << v;
-        QTest::newRow("in place: last line") << "[s]\r\nk=old"_ba << s << k << v
-                                             << "[s]\r\nk=v"_ba << v;
-        QTest::newRow("in place: key without =") << "[s]\r\nk\r\n"_ba << s << k << v
-                                                 << "[s]\r\nk=v\r\n"_ba << v;
-        QTest::newRow("in place: value blanks") << "[s]\r\nk=o\r\n"_ba << s << k << u" \tv  "_s
-                                                << "[s]\r\nk=v  \r\n"_ba << v;
+        QTest::newRow("in place: blanks dropped") << "[s]\r\n  k \t=  old\r\nj=1\r\n"_ba << s << k
+                                                  << v << "[s]\r\nk=v\r\nj=1\r\n"_ba << v;
+        QTest::newRow("in place: terminator kept")
+            << "[s]\nk=o\n\r\n\n[t]\n"_ba << s << k << v << "[s]\nk=v\n\r\n\n[t]\n"_ba << v;
+        QTest::newRow("in place: last line")
+            << "[s]\r\nk=old"_ba << s << k << v << "[s]\r\nk=v"_ba << v;
+        QTest::newRow("in place: key without =")
+            << "[s]\r\nk\r\n"_ba << s << k << v << "[s]\r\nk=v\r\n"_ba << v;
+        QTest::newRow("in place: value blanks")
+            << "[s]\r\nk=o\r\n"_ba << s << k << u" \tv  "_s << "[s]\r\nk=v  \r\n"_ba << v;
         QTest::newRow("in place: first duplicate")
             << "[s]\r\nk=1\r\nk=2\r\n[s]\r\nk=3\r\n"_ba << s << k << v
             << "[s]\r\nk=v\r\nk=2\r\n[s]\r\nk=3\r\n"_ba << v;
         QTest::newRow("in place: UTF-8 beside Latin-1 name")
-            << "[s]\r\nGr\xF6\xDF" "e=1\r\n"_ba << s << u"GR\u00D6\u00DFE"_s << u"\u00B5"_s
-            << "[s]\r\nGr\xF6\xDF" "e=\xC2\xB5\r\n"_ba << u"\u00B5"_s;
+            << "[s]\r\nGr\xF6\xDF"
+               "e=1\r\n"_ba
+            << s << u"GR\u00D6\u00DFE"_s << u"\u00B5"_s
+            << "[s]\r\nGr\xF6\xDF"
+               "e=\xC2\xB5\r\n"_ba
+            << u"\u00B5"_s;
         QTest::newRow("new key: after last entry")
             << "[s]\r\na=1\r\n[t]\r\nb=2\r\n"_ba << s << k << v
             << "[s]\r\na=1\r\nk=v\r\n[t]\r\nb=2\r\n"_ba << v;
-        QTest::newRow("new key: after comment") << "[s]\r\na=1\r\n; end\r\n[t]\r\n"_ba << s << k
-                                                << v << "[s]\r\na=1\r\n; end\r\nk=v\r\n[t]\r\n"_ba
-                                                << v;
+        QTest::newRow("new key: after comment")
+            << "[s]\r\na=1\r\n; end\r\n[t]\r\n"_ba << s << k << v
+            << "[s]\r\na=1\r\n; end\r\nk=v\r\n[t]\r\n"_ba << v;
         QTest::newRow("new key: before blank lines")
             << "[s]\r\na=1\r\n\r\n\r\n[t]\r\n"_ba << s << k << v
             << "[s]\r\na=1\r\nk=v\r\n\r\n\r\n[t]\r\n"_ba << v;
-        QTest::newRow("new key: LF blank line") << "[s]\na\n\n[t]\n"_ba << s << k << v
-                                                << "[s]\na\nk=v\r\n\n[t]\n"_ba << v;
+        QTest::newRow("new key: LF blank line")
+            << "[s]\na\n\n[t]\n"_ba << s << k << v << "[s]\na\nk=v\r\n\n[t]\n"_ba << v;
         QTest::newRow("new key: before blanks-only line")
             << "[s]\r\na=1\r\n \t\r\n[t]\r\n"_ba << s << k << v
             << "[s]\r\na=1\r\nk=v\r\n \t\r\n[t]\r\n"_ba << v;
-        QTest::newRow("new key: empty section") << "[s]\r\n\r\n[t]\r\n"_ba << s << k << v
-                                                << "[s]\r\nk=v\r\n\r\n[t]\r\n"_ba << v;
-        QTest::newRow("new key: unterminated") << "[s]\r\na=1"_ba << s << k << v
-                                               << "[s]\r\na=1\r\nk=v\r\n"_ba << v;
+        QTest::newRow("new key: empty section")
+            << "[s]\r\n\r\n[t]\r\n"_ba << s << k << v << "[s]\r\nk=v\r\n\r\n[t]\r\n"_ba << v;
+        QTest::newRow("new key: unterminated")
+            << "[s]\r\na=1"_ba << s << k << v << "[s]\r\na=1\r\nk=v\r\n"_ba << v;
         QTest::newRow("new key: spelled as given")
             << "[s]\r\n"_ba << u" S "_s << u" New Key\t"_s << v << "[s]\r\nNew Key=v\r\n"_ba << v;
         QTest::newRow("new key: first duplicate section")
@@ -263,26 +265,27 @@ private Q_SLOTS:
             << "[s]\r\na=1\r\nk=v\r\n[S]\r\nb=2\r\n"_ba << v;
         QTest::newRow("new key: before first header")
             << "\xEF\xBB\xBF[s]\r\n"_ba << u""_s << k << v << "\xEF\xBB\xBFk=v\r\n[s]\r\n"_ba << v;
-        QTest::newRow("new section: empty file") << ""_ba << s << k << v << "[s]\r\nk=v\r\n"_ba
-                                                 << v;
+        QTest::newRow("new section: empty file")
+            << ""_ba << s << k << v << "[s]\r\nk=v\r\n"_ba << v;
         QTest::newRow("new section: no blank line added")
             << "[a]\r\nx=1\r\n"_ba << u"Sample Data"_s << k << v
             << "[a]\r\nx=1\r\n[Sample Data]\r\nk=v\r\n"_ba << v;
-        QTest::newRow("new section: blank lines kept") << "[a]\nx=1\n\n"_ba << s << k << v
-                                                       << "[a]\nx=1\n\n[s]\r\nk=v\r\n"_ba << v;
-        QTest::newRow("new section: unterminated") << "[a]\r\nx=1"_ba << s << k << v
-                                                   << "[a]\r\nx=1\r\n[s]\r\nk=v\r\n"_ba << v;
+        QTest::newRow("new section: blank lines kept")
+            << "[a]\nx=1\n\n"_ba << s << k << v << "[a]\nx=1\n\n[s]\r\nk=v\r\n"_ba << v;
+        QTest::newRow("new section: unterminated")
+            << "[a]\r\nx=1"_ba << s << k << v << "[a]\r\nx=1\r\n[s]\r\nk=v\r\n"_ba << v;
         QTest::newRow("new section: UTF-8 name") << ""_ba << u"Gr\u00F6\u00DFe"_s << k << v
-                                                 << "[Gr\xC3\xB6\xC3\x9F" "e]\r\nk=v\r\n"_ba << v;
-        QTest::newRow("line break: value")
-            << "[s]\r\nk=o\r\n"_ba << s << k << u"a\r\nEvil=1\n"_s << "[s]\r\nk=a  Evil=1 \r\n"_ba
-            << u"a  Evil=1"_s;
-        QTest::newRow("line break: key") << ""_ba << s << u"k\n[x]"_s << v
-                                         << "[s]\r\nk [x]=v\r\n"_ba << kDefault;
-        QTest::newRow("line break: section") << ""_ba << u"s\r[x]"_s << k << v
-                                             << "[s [x]]\r\nk=v\r\n"_ba << kDefault;
-        QTest::newRow("NUL ends value") << ""_ba << s << k << u"a\0\r\nEvil=1"_s
-                                        << "[s]\r\nk=a\r\n"_ba << u"a"_s;
+                                                 << "[Gr\xC3\xB6\xC3\x9F"
+                                                    "e]\r\nk=v\r\n"_ba
+                                                 << v;
+        QTest::newRow("line break: value") << "[s]\r\nk=o\r\n"_ba << s << k << u"a\r\nEvil=1\n"_s
+                                           << "[s]\r\nk=a  Evil=1 \r\n"_ba << u"a  Evil=1"_s;
+        QTest::newRow("line break: key")
+            << ""_ba << s << u"k\n[x]"_s << v << "[s]\r\nk [x]=v\r\n"_ba << kDefault;
+        QTest::newRow("line break: section")
+            << ""_ba << u"s\r[x]"_s << k << v << "[s [x]]\r\nk=v\r\n"_ba << kDefault;
+        QTest::newRow("NUL ends value")
+            << ""_ba << s << k << u"a\0\r\nEvil=1"_s << "[s]\r\nk=a\r\n"_ba << u"a"_s;
         QTest::newRow("key reading as header") << "[s]\r\na=1\r\n"_ba << s << u"[x"_s << u"y]"_s
                                                << "[s]\r\na=1\r\n[x=y]\r\n"_ba << kDefault;
     }
@@ -413,14 +416,20 @@ private Q_SLOTS:
     // fresh parse of its bytes does.
     void documentReadsAsItsBytes()
     {
-        const QList<QByteArray> pieces = {
-            "[s]", "[ S ]", "[t]x", "[", "k=1", " K = \"2\" ", "k", "; c", "=e", "[u=v]", "j=\xE9",
-            "\0k=3"_ba, "", " \t"};
+        const QList<QByteArray> pieces = {"[s]",         "[ S ]",    "[t]x", "[",  "k=1",
+                                          " K = \"2\" ", "k",        "; c",  "=e", "[u=v]",
+                                          "j=\xE9",      "\0k=3"_ba, "",     " \t"};
         const QList<QByteArray> ends = {"\r\n", "\n", "\r", "\r\n\r\n", "\n\n\n", ""};
-        const QStringList names = {u"s"_s, u"T"_s, u""_s, u"k"_s, u"j"_s, u"[u"_s, u"x]"_s,
-                                   u"a=b"_s, u" k "_s, u"; c"_s, u"n\ne"_s, u"u"_s};
-        const QStringList values = {u"1"_s, u"\"q\""_s, u" lead"_s, u"trail "_s, u""_s,
-                                    u"a\r\nk=9"_s, u"\u00E9\U0001F600"_s, u"v]"_s};
+        const QStringList names = {u"s"_s,  u"T"_s,   u""_s,    u"k"_s,   u"j"_s,    u"[u"_s,
+                                   u"x]"_s, u"a=b"_s, u" k "_s, u"; c"_s, u"n\ne"_s, u"u"_s};
+        const QStringList values = {u"1"_s,
+                                    u"\"q\""_s,
+                                    u" lead"_s,
+                                    u"trail "_s,
+                                    u""_s,
+                                    u"a\r\nk=9"_s,
+                                    u"\u00E9\U0001F600"_s,
+                                    u"v]"_s};
         QRandomGenerator random(20240611);
         auto pick = [&random](const auto& l) { return l.at(random.bounded(int(l.size()))); };
         for (int round = 0; round < 200; ++round) {
@@ -467,8 +476,8 @@ private Q_SLOTS:
         QByteArray large;
         while (large.size() < 10'000'000) {
             const int n = int(large.size());
-            large += "[Item " + QByteArray::number(n % 977) + "]\r\nSample=" + longText.left(n % 200)
-                     + "\n" + junk.mid(n % 60000, 300) + "\r\n\r\n";
+            large += "[Item " + QByteArray::number(n % 977) + "]\r\nSample="
+                     + longText.left(n % 200) + "\n" + junk.mid(n % 60000, 300) + "\r\n\r\n";
         }
         QTest::newRow("empty") << QByteArray();
         QTest::newRow("BOM only") << "\xEF\xBB\xBF"_ba;

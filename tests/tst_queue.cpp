@@ -58,8 +58,7 @@ bool rowsNumbered()
 {
     for (qint32 i = 1; i <= gQueueList.count(); ++i) {
         const QueueRow& row = gQueueList.row(i);
-        if (row.text != formatQueueNumber(i) || row.tag != i
-            || row.subItems[0] != gQueue(i).ItemSN)
+        if (row.text != formatQueueNumber(i) || row.tag != i || row.subItems[0] != gQueue(i).ItemSN)
             return false;
     }
     return true;
@@ -150,11 +149,16 @@ private Q_SLOTS:
         QVERIFY(list.row(1).selected); // the earlier selection keeps its mark
 
         const std::pair<std::function<void()>, qint32> steps[] = {
-            {[&] { list.insert(1); }, 3},          {[&] { list.insert(3); }, 4},
-            {[&] { list.insert(6); }, 4},          {[&] { list.remove(1); }, 3},
-            {[&] { list.remove(4); }, 3},          {[&] { list.setSelected(1, false); }, 3},
-            {[&] { list.setSelected(3, false); }, 0}, {[&] { list.setSelected(2, true); }, 2},
-            {[&] { list.remove(2); }, 0},          {[&] { list.setSelected(1, true); }, 1},
+            {[&] { list.insert(1); }, 3},
+            {[&] { list.insert(3); }, 4},
+            {[&] { list.insert(6); }, 4},
+            {[&] { list.remove(1); }, 3},
+            {[&] { list.remove(4); }, 3},
+            {[&] { list.setSelected(1, false); }, 3},
+            {[&] { list.setSelected(3, false); }, 0},
+            {[&] { list.setSelected(2, true); }, 2},
+            {[&] { list.remove(2); }, 0},
+            {[&] { list.setSelected(1, true); }, 1},
             {[&] { list.clear(); }, 0},
         };
         for (const auto& [step, expected] : steps) {
@@ -186,8 +190,8 @@ private Q_SLOTS:
         gQueueList.setText(7, u"004"_s);
         gQueueList.setText(2, u"006"_s);
         SyncQueueFromList(0);
-        QCOMPARE(serials(), (QStringList{u"SN1"_s, u"SN3"_s, u"SN4"_s, u"SN7"_s, u"SN5"_s,
-                                         u"SN2"_s, u"SN6"_s, u"SN8"_s}));
+        QCOMPARE(serials(), (QStringList{u"SN1"_s, u"SN3"_s, u"SN4"_s, u"SN7"_s, u"SN5"_s, u"SN2"_s,
+                                         u"SN6"_s, u"SN8"_s}));
         QVERIFY(rowsNumbered());
 
         // Any other sort key reorders the rows only; the tags still name each row's record.

@@ -28,7 +28,8 @@ const QDateTime kStart(QDate(2026, 11, 22), QTime(9, 0));
 
 // Adds item n (the next one) to the queue and its row to the list.
 void addItem(qint32 sample, qint16 experiment, const QString& status = u"Idle"_s,
-             const QString& solvent = u"CDCl3"_s) {
+             const QString& solvent = u"CDCl3"_s)
+{
     const qint32 n = gQueueList.count() + 1;
     gQueue.redimPreserve(n);
     const QString number = QString::number(n);
@@ -49,7 +50,8 @@ void addItem(qint32 sample, qint16 experiment, const QString& status = u"Idle"_s
 }
 
 // Each item's status as its row and the queue hold it ("row != queue" when they differ).
-QStringList statuses() {
+QStringList statuses()
+{
     QStringList result;
     for (qint32 i = 1; i <= gQueueList.count(); ++i) {
         const QString row = gQueueList.subItem(i, QueueList::StatusSubItem);
@@ -71,16 +73,19 @@ class TestRunner : public QObject {
     CallLog& log() { return m_lab->log; }
 
     // The calls that change something, in order (queries and polls left out).
-    QStringList actions() const {
+    QStringList actions() const
+    {
         QStringList result;
         for (const QString& call : m_lab->log.calls) {
-            if (!call.contains(u".Get"_s) && !call.contains(u".Is"_s)) result.append(call);
+            if (!call.contains(u".Get"_s) && !call.contains(u".Is"_s))
+                result.append(call);
         }
         return result;
     }
 
     // Links made as start-up would make them for `mode`, without the start-up calls in the log.
-    void linkPrograms(qint16 mode, bool expQueueOnly = false) {
+    void linkPrograms(qint16 mode, bool expQueueOnly = false)
+    {
         gSampleControl = mode;
         gExpQueueOnly = expQueueOnly;
         ConnectPrograms();
@@ -90,9 +95,11 @@ class TestRunner : public QObject {
     }
 
     // The run log's lines, every time of day shown as "T".
-    QStringList logLines() const {
+    QStringList logLines() const
+    {
         QFile file(m_dir.filePath(u"run.log"_s));
-        if (!file.open(QIODevice::ReadOnly)) return {};
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
         QString text = QString::fromLocal8Bit(file.readAll());
         static const QRegularExpression time(u"22 Nov 2026 \\d\\d:\\d\\d:\\d\\d"_s);
         text.replace(time, u"T"_s);
@@ -103,7 +110,8 @@ class TestRunner : public QObject {
 private Q_SLOTS:
     void initTestCase() { QLocale::setDefault(QLocale::c()); }
 
-    void init() {
+    void init()
+    {
         m_seams = std::make_unique<ScriptedSeams>();
         m_lab = std::make_unique<FakeLab>();
         time().setNow(kStart);
@@ -118,14 +126,16 @@ private Q_SLOTS:
         gLogOn = true;
     }
 
-    void cleanup() {
+    void cleanup()
+    {
         gLogOn = false;
         CloseLogFile();
         m_lab.reset();
         m_seams.reset();
     }
 
-    void connectingInEachMode() {
+    void connectingInEachMode()
+    {
         gSampleControl = 2;
         ConnectPrograms();
         QCOMPARE(
@@ -169,7 +179,8 @@ private Q_SLOTS:
         QCOMPARE(m_seams->programEnd.ends, 0);
     }
 
-    void connectFailures_data() {
+    void connectFailures_data()
+    {
         QTest::addColumn<qint16>("mode");
         QTest::addColumn<QString>("missing");
         QTest::addColumn<QString>("message");
@@ -193,7 +204,8 @@ private Q_SLOTS:
             << u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s
             << int(MsgButtons::YesNo) << true;
     }
-    void connectFailures() {
+    void connectFailures()
+    {
         QFETCH(qint16, mode);
         QFETCH(QString, missing);
         QFETCH(QString, message);
@@ -213,7 +225,8 @@ private Q_SLOTS:
         QCOMPARE(gTubelinkWnd, 0);
     }
 
-    void releasingIgnoresErrors() {
+    void releasingIgnoresErrors()
+    {
         linkPrograms(2);
         log().failing = {u"Expedra.Quit"_s};
         ReleasePrograms();
@@ -223,9 +236,10 @@ private Q_SLOTS:
         QCOMPARE(log().calls, QStringList{u"Expedra.Quit()"_s});
     }
 
-    void experimentSetUp() {
+    void experimentSetUp()
+    {
         linkPrograms(1);
-        addItem(5, 1, u"Idle"_s, u"d2o"_s);  // found, case aside
+        addItem(5, 1, u"Idle"_s, u"d2o"_s); // found, case aside
         addItem(5, 0, u"Idle"_s, u"DMSO"_s); // only at the upper bound: not in the list
         addItem(5, 2, u"Idle"_s, u"DMSO"_s); // no lock needed
         gQueue(1).SampleDes = u"in water"_s;
@@ -248,7 +262,8 @@ private Q_SLOTS:
                      u"Expedra.SetOutputFile(/data/3.kvd)"_s}));
     }
 
-    void stepsWaitAndPoll() {
+    void stepsWaitAndPoll()
+    {
         linkPrograms(2);
         addItem(12, 0);
         m_lab->changer->failingLoads = {12};
@@ -272,7 +287,8 @@ private Q_SLOTS:
         QCOMPARE(gRunControls.startQueueCaption(), kContinueCaption);
     }
 
-    void spinSettles() {
+    void spinSettles()
+    {
         linkPrograms(2);
         addItem(1, 0);
         m_lab->expedra->spinOn = false;
@@ -304,7 +320,8 @@ private Q_SLOTS:
         QVERIFY(!log().calls.contains(u"Changer.GetActualSpinRate()"_s));
     }
 
-    void sampleChangerRun() {
+    void sampleChangerRun()
+    {
         linkPrograms(2);
         addItem(5, 0);
         addItem(5, 1);
@@ -358,7 +375,8 @@ private Q_SLOTS:
                 QString(65, u'$'), QString(), QString()}));
     }
 
-    void failuresAndStops() {
+    void failuresAndStops()
+    {
         linkPrograms(2);
         addItem(1, 0);
         addItem(2, 2);
@@ -403,7 +421,8 @@ private Q_SLOTS:
                 QString(), QString()}));
     }
 
-    void stopDuringTheFinalEject() {
+    void stopDuringTheFinalEject()
+    {
         linkPrograms(2);
         addItem(4, 2);
         m_lab->expedra->experimentSeconds = 10;
@@ -416,7 +435,8 @@ private Q_SLOTS:
                                                     u"[Stop Spinlane at T by ann]"_s}));
     }
 
-    void walkingWithoutSampleHandling() {
+    void walkingWithoutSampleHandling()
+    {
         linkPrograms(0);
         addItem(1, 0, u"Done"_s);
         addItem(2, 1, u"Failed"_s);
@@ -433,8 +453,8 @@ private Q_SLOTS:
             "No.\tItem S/N\tSample Pos.\tSample Name\tExp. Title\tUser ID\tStatus\tDate/Time\r\n"
             "002\tSN2\t2\tSample 2\tCARBON\tann\tDone\t22 Nov 2026 09:00:00\r\n"
             "003\tSN3\t3\tSample 3\tCOSY\tann\tDone\t22 Nov 2026 09:00:00\r\n"
-            "[Done Spinlane at 22 Nov 2026 09:00:00]\r\n" +
-                QByteArray(65, '$') + "\r\n\r\n");
+            "[Done Spinlane at 22 Nov 2026 09:00:00]\r\n"
+                + QByteArray(65, '$') + "\r\n\r\n");
 
         // At the last number already: the run finishes at once.
         RunQueue();
@@ -444,7 +464,8 @@ private Q_SLOTS:
         QCOMPARE(gCurrentQueueNum, 3);
     }
 
-    void selectionStatus() {
+    void selectionStatus()
+    {
         addItem(4, 2);
         addItem(5, 1);
         gQueue(2).OutputFilePath = u"/data/five.kvd"_s;
@@ -468,7 +489,8 @@ private Q_SLOTS:
         QCOMPARE(gStatusBar.progressValue(), 0);
     }
 
-    void runLogFile() {
+    void runLogFile()
+    {
         const QString path = m_dir.filePath(u"kept.log"_s);
         QFile old(path);
         QVERIFY(old.open(QIODevice::WriteOnly));

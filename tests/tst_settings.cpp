@@ -20,14 +20,13 @@ const QString kStorePath = u"Spinlane/Path/Spinlane.INI"_s;
 
 QString loadQuestion(const QString& fileVersion, const QString& programVersion)
 {
-    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s
-           + programVersion + u") files do not match each other.\r\nRun the program anyway?"_s;
+    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s + programVersion
+           + u") files do not match each other.\r\nRun the program anyway?"_s;
 }
 
 QString saveQuestion(const QString& fileVersion, const QString& programVersion)
 {
-    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s
-           + programVersion
+    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s + programVersion
            + u") files do not match each other.\r\nOverwrite the initialization file anyway? "
              u"Click No to back up old ini file."_s;
 }
@@ -52,8 +51,8 @@ QByteArray itemSection(int n, const QByteArray& serial, int sample, const QByteA
     return "[Item " + QByteArray::number(n) + "]\r\nItem S/N=" + serial
            + "\r\nSample Num=" + QByteArray::number(sample) + "\r\nSample Name=" + name
            + "\r\nSample Des=\r\nSolvent=CDCl3\r\nExp Title Index=1\r\nUser ID=ann\r\n"
-             "Organization=Chem\r\nOutput File Path=/korvo/Data/" + name + ".kvd\r\nStatus="
-           + status + "\r\n";
+             "Organization=Chem\r\nOutput File Path=/korvo/Data/"
+           + name + ".kvd\r\nStatus=" + status + "\r\n";
 }
 
 void showRows(int count)
@@ -105,8 +104,8 @@ private Q_SLOTS:
             LoadSettings();
             QCOMPARE(seams.messageBoxes.shown,
                      QList{box(kLocateText, MsgButtons::OkCancel, MsgIcon::Critical)});
-            const FileDialogRequest expected{u"Locate the 'Spinlane.ini' file."_s,
-                                             u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
+            const FileDialogRequest expected{
+                u"Locate the 'Spinlane.ini' file."_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
             QCOMPARE(seams.fileDialogs.opened, QList{expected});
             QCOMPARE(seams.settingsStore.values.value(kStorePath), m_iniPath);
 
@@ -160,9 +159,8 @@ private Q_SLOTS:
             useDefaultFile(seams, bytes);
             seams.messageBoxes.queueAnswer(MsgAnswer::No);
             QVERIFY(endsProgram(LoadSettings));
-            QCOMPARE(seams.messageBoxes.shown,
-                     QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s), MsgButtons::YesNo,
-                               MsgIcon::Question)});
+            QCOMPARE(seams.messageBoxes.shown, QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s),
+                                                         MsgButtons::YesNo, MsgIcon::Question)});
             QCOMPARE(gSampleControl, qint16(0)); // ended before reading the settings
         }
         {
@@ -220,9 +218,11 @@ private Q_SLOTS:
                               "ExpQueueOnly=-1\r\nPassword=\"  Secret \"\r\nSample Control=3\r\n"
                               "Queue Layout=2.5\r\nCurrent Queue Num= 1 2abc\r\n"
                               "Total Queue Items=2\r\nLogFile=  /var/log/run.log  \r\n"
-                              "[Item 1]\r\nSample Name=" + longName + "\r\nSample Num=&H10\r\n"
-                              "Exp Title Index=3.5\r\nStatus='Done'\r\n"
-                              "[Item 2]\r\nItem S/N=\r\nSample Num=-7\r\nUser ID\r\n");
+                              "[Item 1]\r\nSample Name="
+                                  + longName
+                                  + "\r\nSample Num=&H10\r\n"
+                                    "Exp Title Index=3.5\r\nStatus='Done'\r\n"
+                                    "[Item 2]\r\nItem S/N=\r\nSample Num=-7\r\nUser ID\r\n");
         LoadSettings();
         QCOMPARE(gFormTop, 1234.5f);
         QCOMPARE(gFormLeft, 0.0f);
@@ -249,7 +249,8 @@ private Q_SLOTS:
         for (const char* count : {"0", "-4"}) {
             ScriptedSeams seams;
             useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items="
-                                      + QByteArray(count) + "\r\n[Item 1]\r\nSample Name=from file\r\n");
+                                      + QByteArray(count)
+                                      + "\r\n[Item 1]\r\nSample Name=from file\r\n");
             gQueue.redim(2);
             gQueue(2).SampleName = u"kept"_s;
             LoadSettings();
@@ -270,8 +271,9 @@ private Q_SLOTS:
                                          << u"Run-time error '6':\r\n\r\nOverflow"_s;
         QTest::newRow("item sample overflow") << QByteArray() << QByteArray("Sample Num=2147483648")
                                               << u"Run-time error '6':\r\n\r\nOverflow"_s;
-        QTest::newRow("absurd item count") << QByteArray("Total Queue Items=2000000000")
-                                           << QByteArray() << u"Run-time error '7':\r\n\r\nOut of memory"_s;
+        QTest::newRow("absurd item count")
+            << QByteArray("Total Queue Items=2000000000") << QByteArray()
+            << u"Run-time error '7':\r\n\r\nOut of memory"_s;
     }
     void rejectedValuesEndTheProgramUnsaved()
     {
@@ -279,14 +281,13 @@ private Q_SLOTS:
         QFETCH(QByteArray, item);
         QFETCH(QString, message);
         ScriptedSeams seams;
-        const QByteArray bytes = "[General]\r\nVersion Number=2.0.5\r\n" + general
-                                 + "\r\n[Item 1]\r\n" + item + "\r\n";
+        const QByteArray bytes =
+            "[General]\r\nVersion Number=2.0.5\r\n" + general + "\r\n[Item 1]\r\n" + item + "\r\n";
         useDefaultFile(seams, bytes);
         guarded(LoadSettings);
         QCOMPARE(seams.programEnd.ends, 1);
         QCOMPARE(seams.messageBoxes.shown.size(), 1);
-        QCOMPARE(seams.messageBoxes.shown.first(),
-                 box(message, MsgButtons::Ok, MsgIcon::Critical));
+        QCOMPARE(seams.messageBoxes.shown.first(), box(message, MsgButtons::Ok, MsgIcon::Critical));
         QCOMPARE(readBytes(m_iniPath), bytes);
     }
 
@@ -303,10 +304,12 @@ private Q_SLOTS:
         gAdminPassword = u"never written"_s;
         gLogFile = u"/korvo/config/Spinlane.log"_s;
         gQueue.redim(2);
-        gQueue(1) = {u"00001"_s, 5, u"A"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s,
-                     u"/korvo/Data/A.kvd"_s, u"Done"_s};
-        gQueue(2) = {u"00002"_s, 6, u"B"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s,
-                     u"/korvo/Data/B.kvd"_s, u"Idle"_s};
+        gQueue(1) = {
+            u"00001"_s, 5, u"A"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s, u"/korvo/Data/A.kvd"_s,
+            u"Done"_s};
+        gQueue(2) = {
+            u"00002"_s, 6, u"B"_s, {}, u"CDCl3"_s, 1, u"ann"_s, u"Chem"_s, u"/korvo/Data/B.kvd"_s,
+            u"Idle"_s};
         showRows(2);
         SaveSettings(WindowPosition{1500, 3000});
         QCOMPARE(readBytes(m_iniPath),
@@ -380,9 +383,8 @@ private Q_SLOTS:
             gIniVersion = u"2.0.4"_s;
             seams.messageBoxes.queueAnswer(MsgAnswer::No);
             SaveSettings(std::nullopt);
-            QCOMPARE(seams.messageBoxes.shown,
-                     QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s), MsgButtons::YesNo,
-                               MsgIcon::Question)});
+            QCOMPARE(seams.messageBoxes.shown, QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s),
+                                                         MsgButtons::YesNo, MsgIcon::Question)});
             QCOMPARE(readBytes(backup), old);
             QVERIFY(readBytes(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
         }

@@ -66,8 +66,8 @@ private Q_SLOTS:
     void setAndClearChangeOnlyWhatTheyName()
     {
         QCOMPARE(run({u"set"_s, m_path, u"Item 2"_s, u"status"_s, u"Done"_s}).exitCode, 0);
-        QCOMPARE(run({u"set"_s, m_path, u"Item 3"_s, u"Status"_s, u"Idle\r\nInjected=1"_s}).exitCode,
-                 0);
+        QCOMPARE(
+            run({u"set"_s, m_path, u"Item 3"_s, u"Status"_s, u"Idle\r\nInjected=1"_s}).exitCode, 0);
         QByteArray expected = kFile;
         expected.replace("Caffeine in D2O\r\nStatus=Idle", "Caffeine in D2O\r\nStatus=Done");
         expected += "[Item 3]\r\nStatus=Idle  Injected=1\r\n";
@@ -102,7 +102,8 @@ private Q_SLOTS:
         QCOMPARE(missing.err, u"spinlane-ini: "_s + nowhere + u": no such file\n"_s);
         QVERIFY(!QFile::exists(nowhere));
 
-        QCOMPARE(run({u"set"_s, m_path, u"Item 1"_s, u"Sample Num"_s, u"99999999999"_s}).exitCode, 0);
+        QCOMPARE(run({u"set"_s, m_path, u"Item 1"_s, u"Sample Num"_s, u"99999999999"_s}).exitCode,
+                 0);
         const Result overflow = run({u"queue"_s, m_path});
         QCOMPARE(overflow.exitCode, 1);
         QCOMPARE(overflow.err, u"spinlane-ini: Run-time error '6': Overflow\n"_s);

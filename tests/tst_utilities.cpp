@@ -81,7 +81,8 @@ private Q_SLOTS:
         {
             QSettingsStore store(path);
             QCOMPARE(store.value(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"2000"_s), u"2000"_s);
-            store.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, u"/korvo/config/Spinlane.INI"_s);
+            store.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s,
+                           u"/korvo/config/Spinlane.INI"_s);
             store.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1500"_s);
         }
         QSettingsStore reopened(path);
@@ -114,9 +115,8 @@ private Q_SLOTS:
             after = true;
         });
         QVERIFY(!after);
-        QCOMPARE(seams.messageBoxes.shown,
-                 QList{box(u"Run-time error '13':\r\n\r\nType mismatch"_s, MsgButtons::Ok,
-                           MsgIcon::Critical)});
+        QCOMPARE(seams.messageBoxes.shown, QList{box(u"Run-time error '13':\r\n\r\nType mismatch"_s,
+                                                     MsgButtons::Ok, MsgIcon::Critical)});
         QCOMPARE(seams.programEnd.ends, 1);
 
         // An end requested by the handler itself stops it quietly.

@@ -66,8 +66,8 @@ MsgAnswer WidgetMessageBoxes::show(const MessageBoxRequest& request)
 
 QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
 {
-    QFileDialog dialog(QApplication::activeWindow(), request.title,
-                       startLocation(request.fileName), qtNameFilters(request.filter));
+    QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
+                       qtNameFilters(request.filter));
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     dialog.setFileMode((request.flags & FileMustExist) ? QFileDialog::ExistingFile
                                                        : QFileDialog::AnyFile);
@@ -78,8 +78,8 @@ QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
 
 QString WidgetFileDialogs::saveFile(const FileDialogRequest& request)
 {
-    QFileDialog dialog(QApplication::activeWindow(), request.title,
-                       startLocation(request.fileName), qtNameFilters(request.filter));
+    QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
+                       qtNameFilters(request.filter));
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setOption(QFileDialog::DontConfirmOverwrite, !(request.flags & OverwritePrompt));
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())

@@ -16,7 +16,7 @@ namespace spinlane::testing {
 struct CallLog {
     QStringList calls;
     QList<QDateTime> times; // when each call was made
-    QSet<QString> failing;  // operations ("Expedra.SetShown") that raise an automation error
+    QSet<QString> failing; // operations ("Expedra.SetShown") that raise an automation error
 
     void record(const QString& operation, const QString& arguments = {});
     QDateTime timeOf(const QString& call) const; // of its first occurrence
@@ -25,11 +25,13 @@ struct CallLog {
 class FakeExpedra : public Expedra {
 public:
     explicit FakeExpedra(CallLog& log)
-        : m_log(log) {}
+        : m_log(log)
+    {
+    }
 
     QStringList titles{QStringLiteral("PROTON"), QStringLiteral("CARBON"), QStringLiteral("COSY")};
     QStringList solvents{QStringLiteral("CDCl3"), QStringLiteral("D2O"), QStringLiteral("DMSO")};
-    qint32 experimentSeconds = 60;   // IsExperimentRunning stays true this long
+    qint32 experimentSeconds = 60; // IsExperimentRunning stays true this long
     QSet<qint32> lockRequired{0, 1}; // experiments that need the lock
     QSet<qint32> failingExperiments; // GetRunFailed answers true after these
     bool spinOn = true;
@@ -66,7 +68,9 @@ private:
 class FakeSampleChanger : public SampleChanger {
 public:
     explicit FakeSampleChanger(CallLog& log)
-        : m_log(log) {}
+        : m_log(log)
+    {
+    }
 
     qint32 loadSeconds = 20;
     qint32 ejectSeconds = 10;
@@ -103,7 +107,9 @@ private:
 class FakeTubelink : public Tubelink {
 public:
     explicit FakeTubelink(CallLog& log)
-        : m_log(log) {}
+        : m_log(log)
+    {
+    }
     qint32 GetWindowHandle() override;
 
 private:
@@ -118,7 +124,7 @@ public:
 
     CallLog log;
     QSet<QString> running{kConsoleClass}; // GetObject finds only these
-    QSet<QString> broken;                 // CreateObject fails for these
+    QSet<QString> broken; // CreateObject fails for these
     std::shared_ptr<FakeExpedra> expedra;
     std::shared_ptr<FakeSampleChanger> changer;
     std::shared_ptr<FakeTubelink> tubelink;

@@ -49,8 +49,8 @@ QString MemorySettingsStore::value(const QString& app, const QString& section, c
     return values.value(app + u'/' + section + u'/' + key, defaultValue);
 }
 
-void MemorySettingsStore::setValue(const QString& app, const QString& section,
-                                   const QString& key, const QString& value)
+void MemorySettingsStore::setValue(const QString& app, const QString& section, const QString& key,
+                                   const QString& value)
 {
     values.insert(app + u'/' + section + u'/' + key, value);
 }
@@ -79,8 +79,8 @@ void VirtualTime::waitForEvents(int maxMs)
 }
 
 ScriptedSeams::ScriptedSeams()
-    : m_previous(installSeams(
-          {&messageBoxes, &fileDialogs, &settingsStore, &time, &time, &programEnd}))
+    : m_previous(
+        installSeams({&messageBoxes, &fileDialogs, &settingsStore, &time, &time, &programEnd}))
 {
 }
 

@@ -65,7 +65,10 @@ public:
 
     void setNow(const QDateTime& now) { m_now = now; }
     void at(const QDateTime& when, std::function<void()> action);
-    void afterMs(qint64 ms, std::function<void()> action) { at(m_now.addMSecs(ms), std::move(action)); }
+    void afterMs(qint64 ms, std::function<void()> action)
+    {
+        at(m_now.addMSecs(ms), std::move(action));
+    }
 
     int waits = 0; // how often the program waited for events
 

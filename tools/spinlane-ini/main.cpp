@@ -92,10 +92,9 @@ int run(const QStringList& args)
 {
     const QString command = args.value(0);
     const qsizetype count = args.size();
-    const bool knownShape = (command == u"get"_s && (count == 4 || count == 5))
-                            || (command == u"set"_s && count == 5)
-                            || (command == u"clear"_s && count == 3)
-                            || (command == u"queue"_s && count == 2);
+    const bool knownShape =
+        (command == u"get"_s && (count == 4 || count == 5)) || (command == u"set"_s && count == 5)
+        || (command == u"clear"_s && count == 3) || (command == u"queue"_s && count == 2);
     if (!knownShape) {
         err() << kUsage;
         return Usage;
