@@ -20,12 +20,37 @@ struct CallLog {
 
     void record(const QString& operation, const QString& arguments = {});
     QDateTime timeOf(const QString& call) const; // of its first occurrence
+    void clear();
 };
 
-class FakeExpedra : public Expedra {
+QDateTime clockNow();
+QString argument(bool value);
+QString argument(double value);
+
+// Writes a program's calls into the log as "<name>.<operation>(<arguments>)".
+class FakeProgram {
+protected:
+    FakeProgram(CallLog& log, const char* name)
+        : m_log(log)
+        , m_name(QLatin1StringView(name))
+    {
+    }
+    void call(const char* operation, const QString& arguments = {});
+    template <typename T> T answer(T value, const char* operation)
+    {
+        call(operation);
+        return value;
+    }
+
+private:
+    CallLog& m_log;
+    QString m_name;
+};
+
+class FakeExpedra : public Expedra, private FakeProgram {
 public:
     explicit FakeExpedra(CallLog& log)
-        : m_log(log)
+        : FakeProgram(log, "Expedra")
     {
     }
 
@@ -36,39 +61,61 @@ public:
     QSet<qint32> failingExperiments; // GetRunFailed answers true after these
     bool spinOn = true;
     double spinRate = 20;
-    qint32 windowHandle = 101;
 
-    void RunExperiment() override;
-    void AbortExperiment() override;
-    bool IsExperimentRunning() override;
-    QStringList GetExperimentTitles() override;
-    QStringList GetSolvents() override;
-    qint32 GetWindowHandle() override;
-    void SetShown(bool shown) override;
-    void Quit() override;
-    QString GetExperimentDetails() override;
-    void SetCurrentExperiment(qint32 index) override;
-    bool GetLockRequired() override;
-    void SetLockEnabled(bool enabled) override;
-    void SetSetupEnabled(bool enabled) override;
-    void SetSolventIndex(qint16 index) override;
+    void RunExperiment() override
+    {
+        call("RunExperiment");
+        m_until = clockNow().addSecs(experimentSeconds);
+    }
+    void AbortExperiment() override
+    {
+        call("AbortExperiment");
+        m_until = clockNow();
+    }
+    bool IsExperimentRunning() override
+    {
+        return answer(clockNow() < m_until, "IsExperimentRunning");
+    }
+    QStringList GetExperimentTitles() override { return answer(titles, "GetExperimentTitles"); }
+    QStringList GetSolvents() override { return answer(solvents, "GetSolvents"); }
+    qint32 GetWindowHandle() override { return answer(101, "GetWindowHandle"); }
+    void SetShown(bool shown) override { call("SetShown", argument(shown)); }
+    void Quit() override { call("Quit"); }
+    QString GetExperimentDetails() override
+    {
+        return answer(titles.value(m_current), "GetExperimentDetails");
+    }
+    void SetCurrentExperiment(qint32 index) override
+    {
+        call("SetCurrentExperiment", QString::number(index));
+        m_current = index;
+    }
+    bool GetLockRequired() override
+    {
+        return answer(lockRequired.contains(m_current), "GetLockRequired");
+    }
+    void SetLockEnabled(bool enabled) override { call("SetLockEnabled", argument(enabled)); }
+    void SetSetupEnabled(bool enabled) override { call("SetSetupEnabled", argument(enabled)); }
+    void SetSolventIndex(qint16 index) override { call("SetSolventIndex", QString::number(index)); }
     void SetSampleInfo(const QStringList& info) override;
-    void SetOutputFile(const QString& path) override;
-    bool GetRunFailed() override;
-    bool GetSpinOn() override;
-    double GetSpinRate() override;
-    void ReleaseSample() override;
+    void SetOutputFile(const QString& path) override { call("SetOutputFile", path); }
+    bool GetRunFailed() override
+    {
+        return answer(failingExperiments.contains(m_current), "GetRunFailed");
+    }
+    bool GetSpinOn() override { return answer(spinOn, "GetSpinOn"); }
+    double GetSpinRate() override { return answer(spinRate, "GetSpinRate"); }
+    void ReleaseSample() override { call("ReleaseSample"); }
 
 private:
-    CallLog& m_log;
     qint32 m_current = 0;
-    QDateTime m_runningUntil;
+    QDateTime m_until;
 };
 
-class FakeSampleChanger : public SampleChanger {
+class FakeSampleChanger : public SampleChanger, private FakeProgram {
 public:
     explicit FakeSampleChanger(CallLog& log)
-        : m_log(log)
+        : FakeProgram(log, "Changer")
     {
     }
 
@@ -76,27 +123,39 @@ public:
     qint32 ejectSeconds = 10;
     QSet<qint32> failingLoads; // sample positions that cannot be loaded
     bool ejectFails = false;
-    // The measured spin rate; by default the rate set, once spinning.
-    std::function<double()> actualSpinRate;
-    qint32 windowHandle = 202;
+    std::function<double()> actualSpinRate; // the measured rate; by default the rate set
 
-    qint32 GetWindowHandle() override;
-    void EjectSample() override;
+    qint32 GetWindowHandle() override { return answer(202, "GetWindowHandle"); }
+    void EjectSample() override
+    {
+        call("EjectSample");
+        m_ejectingUntil = clockNow().addSecs(ejectSeconds);
+    }
     void LoadSample(qint32 position) override;
-    bool IsEjecting() override;
-    bool IsLoading() override;
-    bool GetEjectFailed() override;
-    bool GetLoadFailed() override;
-    void Quit() override;
-    void SetShown(bool shown) override;
-    void SetVisible(bool visible) override;
+    bool IsEjecting() override { return answer(clockNow() < m_ejectingUntil, "IsEjecting"); }
+    bool IsLoading() override { return answer(clockNow() < m_loadingUntil, "IsLoading"); }
+    bool GetEjectFailed() override { return answer(ejectFails, "GetEjectFailed"); }
+    bool GetLoadFailed() override
+    {
+        return answer(failingLoads.contains(m_loaded), "GetLoadFailed");
+    }
+    void Quit() override { call("Quit"); }
+    void SetShown(bool shown) override { call("SetShown", argument(shown)); }
+    void SetVisible(bool visible) override { call("SetVisible", argument(visible)); }
     double GetActualSpinRate() override;
-    void SetSpinRate(double hertz) override;
-    void SetSpin(bool on) override;
-    bool IsReady() override;
+    void SetSpinRate(double hertz) override
+    {
+        call("SetSpinRate", argument(hertz));
+        m_rate = hertz;
+    }
+    void SetSpin(bool on) override
+    {
+        call("SetSpin", argument(on));
+        m_spinning = on;
+    }
+    bool IsReady() override { return answer(true, "IsReady"); }
 
 private:
-    CallLog& m_log;
     QDateTime m_loadingUntil;
     QDateTime m_ejectingUntil;
     qint32 m_loaded = 0;
@@ -104,19 +163,17 @@ private:
     bool m_spinning = false;
 };
 
-class FakeTubelink : public Tubelink {
+class FakeTubelink : public Tubelink, private FakeProgram {
 public:
     explicit FakeTubelink(CallLog& log)
-        : m_log(log)
+        : FakeProgram(log, "Tubelink")
     {
     }
-    qint32 GetWindowHandle() override;
-
-private:
-    CallLog& m_log;
+    qint32 GetWindowHandle() override { return answer(303, "GetWindowHandle"); }
 };
 
-// The laboratory: which programs run or can be started, and their windows.
+// The laboratory: which programs run or can be started, and their windows. Installed as the
+// automation backend for its lifetime.
 class FakeLab : public AutomationBackend {
 public:
     FakeLab();
