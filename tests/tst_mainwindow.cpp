@@ -218,6 +218,11 @@ private Q_SLOTS:
         QVERIFY(form->picLogin->isVisible());
         QVERIFY(!file->menuAction()->isVisible());
         QCOMPARE(gCurrentUserID, QString());
+        // The hidden menus' shortcuts do nothing either.
+        form->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(form));
+        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(gQueueLayout, 1);
 
         program().logIn(u"Administrator"_s, u"sECRET"_s);
         QVERIFY(form->lblPW->isEnabled() && form->txtPW->isEnabled());
@@ -225,6 +230,8 @@ private Q_SLOTS:
         QVERIFY(file->menuAction()->isVisible() && prefs->menuAction()->isVisible());
         QCOMPARE(gCurrentUserID, u"Administrator"_s);
         QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out Administrator"_s);
+        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(gQueueLayout, 2);
         QVERIFY(HasPermission()); // the selected item is Bob's
 
         trigger(form, u"mnuFile"_s, 46);

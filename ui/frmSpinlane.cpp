@@ -274,7 +274,7 @@ void frmSpinlane::createStatusBar()
 {
     QStatusBar* bar = statusBar();
     bar->setObjectName(u"stbSpinlane"_s);
-    bar->setSizeGripEnabled(true);
+    bar->setSizeGripEnabled(false);
     const QString toolTips[5] = {u"Current Selected Sample Name"_s,
                                  u"Current Selected Experiment Title"_s, u"Spinlane Progress"_s,
                                  u"Current Selected Exp Output File Path"_s,

@@ -7,6 +7,7 @@
 #include "app/Seams.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
+#include "runner/RunControls.h"
 #include "support/FakePrograms.h"
 #include "support/ScriptedSeams.h"
 #include "ui/frmSpinlane.h"
@@ -118,6 +119,7 @@ int main(int argc, char* argv[])
 
     form->txtUserID->setText(u"ann"_s);
     form->cmdEnter->click();
+    gRunControls.setStartOverVisible(true); // as after a Stop: every run control shown
     ok = save(*form, folder, u"queue"_s) && ok;
 
     form->resize(form->width() + 240, form->height() + 160);
