@@ -40,8 +40,9 @@ Seams& current()
     static SystemClock clock;
     static QtEventPump eventPump;
     static ProcessExit programEnd;
-    static Seams seams{&messageBoxes, &fileDialogs, &settingsStore,
-                       &clock,        &eventPump,   &programEnd};
+    static SystemDesktopPrograms desktopPrograms;
+    static Seams seams{&messageBoxes, &fileDialogs, &settingsStore,  &clock,
+                       &eventPump,    &programEnd,  &desktopPrograms};
     return seams;
 }
 
@@ -67,6 +68,7 @@ Seams installSeams(const Seams& replacement)
     replaceIfSet(seams.clock, replacement.clock);
     replaceIfSet(seams.eventPump, replacement.eventPump);
     replaceIfSet(seams.programEnd, replacement.programEnd);
+    replaceIfSet(seams.desktopPrograms, replacement.desktopPrograms);
     return previous;
 }
 

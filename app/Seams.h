@@ -89,6 +89,17 @@ public:
     virtual void end() = 0;
 };
 
+// The desktop's other programs that Spinlane starts: the text editor for the run log and the
+// system-information tool of the About box.
+class DesktopPrograms {
+public:
+    virtual ~DesktopPrograms() = default;
+    virtual void showTextFile(const QString& path) = 0;
+    // The tool's program, or empty when the platform has none.
+    virtual QString systemInformationTool() const = 0;
+    virtual void start(const QString& program) = 0;
+};
+
 struct Seams {
     MessageBoxes* messageBoxes = nullptr;
     FileDialogs* fileDialogs = nullptr;
@@ -96,6 +107,7 @@ struct Seams {
     Clock* clock = nullptr;
     EventPump* eventPump = nullptr;
     ProgramEnd* programEnd = nullptr;
+    DesktopPrograms* desktopPrograms = nullptr;
 };
 
 // The seams in use. Until something is installed, the store, clock, pump and program end are

@@ -1,9 +1,13 @@
 #include "app/SystemSeams.h"
 
 #include <QCoreApplication>
+#include <QDesktopServices>
 #include <QEventLoop>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
+#include <QUrl>
 
 #include <cstdio>
 #include <cstdlib>
@@ -70,6 +74,32 @@ void QtEventPump::waitForEvents(int maxMs)
     QTimer::singleShot(maxMs, &loop, &QEventLoop::quit);
     loop.exec();
 }
+
+void SystemDesktopPrograms::showTextFile(const QString& path)
+{
+#ifdef Q_OS_WIN
+    QProcess::startDetached(u"notepad.exe"_s, {path});
+#else
+    QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+#endif
+}
+
+QString SystemDesktopPrograms::systemInformationTool() const
+{
+#ifdef Q_OS_WIN
+    const QStringList candidates{u"msinfo32"_s};
+#else
+    const QStringList candidates{u"kinfocenter"_s, u"hardinfo2"_s, u"hardinfo"_s};
+#endif
+    for (const QString& name : candidates) {
+        const QString program = QStandardPaths::findExecutable(name);
+        if (!program.isEmpty())
+            return program;
+    }
+    return {};
+}
+
+void SystemDesktopPrograms::start(const QString& program) { QProcess::startDetached(program, {}); }
 
 void ProcessExit::end()
 {

@@ -45,4 +45,13 @@ public:
     void end() override;
 };
 
+// Notepad on Windows; elsewhere the desktop's handler for text files. The system-information tool
+// is the first of the platform's usual ones that is installed.
+class SystemDesktopPrograms : public DesktopPrograms {
+public:
+    void showTextFile(const QString& path) override;
+    QString systemInformationTool() const override;
+    void start(const QString& program) override;
+};
+
 } // namespace spinlane

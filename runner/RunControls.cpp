@@ -1,5 +1,9 @@
 #include "runner/RunControls.h"
 
+#include "queue/QueueStore.h"
+
+using namespace Qt::StringLiterals;
+
 namespace spinlane {
 
 RunControls gRunControls;
@@ -34,6 +38,24 @@ void RunControls::reset()
     m_toolTip.clear();
     m_startOverVisible = false;
     Q_EMIT changed();
+}
+
+void RestoreRunControls()
+{
+    const qint32 rows = gQueueList.count();
+    QString caption = kStartCaption;
+    if (gCurrentQueueNum > 0 && gCurrentQueueNum < rows) {
+        caption = kContinueCaption;
+    } else if (gCurrentQueueNum > 0 && gCurrentQueueNum == rows) {
+        const QString& status = gQueue(gCurrentQueueNum).Status;
+        if (status == u"Done"_s || status == u"Failed"_s) {
+            caption = kRunAgainCaption;
+            gRunControls.setStartOverVisible(true);
+        } else {
+            caption = kContinueCaption;
+        }
+    }
+    gRunControls.setStartQueueCaption(caption);
 }
 
 } // namespace spinlane

@@ -36,4 +36,9 @@ private:
 
 extern RunControls gRunControls;
 
+// At start-up, the run state the saved progress implies: "Continue Spinlane!" when the current
+// item lies inside the list, and at its last row "Run The Queue Again!" (with start over shown)
+// when that item is "Done" or "Failed"; otherwise "Start Spinlane!".
+void RestoreRunControls();
+
 } // namespace spinlane

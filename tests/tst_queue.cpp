@@ -1,5 +1,7 @@
 #include "app/Conversions.h"
 #include "app/RuntimeError.h"
+#include "app/Settings.h"
+#include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
 
 #include <QAbstractItemModelTester>
@@ -235,6 +237,79 @@ private Q_SLOTS:
         gQueueList.add();
         QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
         QCOMPARE(texts(), (QStringList{u"001"_s, u"002"_s, u"003"_s, u""_s}));
+    }
+
+    void populatingTheList()
+    {
+        const QStringList statuses{u"Idle"_s,   u"In progress"_s, u"Done"_s,
+                                   u"Failed"_s, u"Stopped"_s,     u"Waiting"_s};
+        const auto load = [&](qint32 current) {
+            resetQueueState();
+            gExpTitles = {u"PROTON"_s, u"CARBON"_s, u"COSY"_s};
+            gQueue.redim(qint32(statuses.size()));
+            for (qint32 i = 1; i <= gQueue.upperBound(); ++i) {
+                gQueue(i) = {u"SN"_s + QString::number(i),
+                             10 + i,
+                             u"S"_s,
+                             {},
+                             {},
+                             qint16(i % 3),
+                             u"ann"_s,
+                             {},
+                             {},
+                             statuses[i - 1]};
+            }
+            gTotalQueueItems = gQueue.upperBound();
+            gCurrentQueueNum = current;
+            PopulateQueueList();
+        };
+
+        load(0);
+        QCOMPARE(texts(),
+                 (QStringList{u"001"_s, u"002"_s, u"003"_s, u"004"_s, u"005"_s, u"006"_s}));
+        QVERIFY(rowsNumbered());
+        QCOMPARE(gQueueList.row(2).subItems,
+                 (std::array<QString, 6>{u"SN2"_s, u"12"_s, u"S"_s, u"COSY"_s, u"ann"_s,
+                                         u"In progress"_s}));
+        struct Marks {
+            bool checked;
+            bool bold;
+            quint32 color;
+        };
+        const Marks expected[] = {{false, false, kWindowTextColor},
+                                  {true, true, kGreen},
+                                  {true, true, kBlue},
+                                  {true, true, kRed},
+                                  {true, true, kYellow},
+                                  {false, false, kWindowTextColor}}; // another word: as added
+        for (qint32 i = 1; i <= 6; ++i) {
+            const QueueRow& row = gQueueList.row(i);
+            QCOMPARE(row.checked, expected[i - 1].checked);
+            QCOMPARE(row.bold, expected[i - 1].bold);
+            QCOMPARE(row.foreColor, expected[i - 1].color);
+        }
+        QCOMPARE(gQueueList.selectedIndex(), 6); // nothing run yet: the last row
+
+        load(2);
+        QCOMPARE(gQueueList.selectedIndex(), 2);
+
+        // No item in the file: no row, whatever gQueue holds.
+        gQueueList.clear();
+        gTotalQueueItems = 0;
+        PopulateQueueList();
+        QCOMPARE(gQueueList.count(), 0);
+
+        // A title list of one has nothing to show; an index past the end stops the fill.
+        resetQueueState();
+        gQueue(1).ExpTitleIndex = 5;
+        gTotalQueueItems = 1;
+        gExpTitles = {u"PROTON"_s};
+        PopulateQueueList();
+        QCOMPARE(gQueueList.subItem(1, QueueList::ExpTitleSubItem), QString());
+        resetQueueState();
+        gQueue(1).ExpTitleIndex = 3;
+        gExpTitles = {u"PROTON"_s, u"CARBON"_s, u"COSY"_s};
+        QCOMPARE(errorNumber(PopulateQueueList), RuntimeError::SubscriptOutOfRange);
     }
 };
 

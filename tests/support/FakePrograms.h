@@ -124,6 +124,7 @@ public:
     QSet<qint32> failingLoads; // sample positions that cannot be loaded
     bool ejectFails = false;
     std::function<double()> actualSpinRate; // the measured rate; by default the rate set
+    int notReadyPolls = 0; // IsReady answers false this many times first
 
     qint32 GetWindowHandle() override { return answer(202, "GetWindowHandle"); }
     void EjectSample() override
@@ -153,7 +154,14 @@ public:
         call("SetSpin", argument(on));
         m_spinning = on;
     }
-    bool IsReady() override { return answer(true, "IsReady"); }
+    bool IsReady() override
+    {
+        if (notReadyPolls > 0) {
+            --notReadyPolls;
+            return answer(false, "IsReady");
+        }
+        return answer(true, "IsReady");
+    }
 
 private:
     QDateTime m_loadingUntil;

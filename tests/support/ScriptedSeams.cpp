@@ -79,8 +79,8 @@ void VirtualTime::waitForEvents(int maxMs)
 }
 
 ScriptedSeams::ScriptedSeams()
-    : m_previous(
-        installSeams({&messageBoxes, &fileDialogs, &settingsStore, &time, &time, &programEnd}))
+    : m_previous(installSeams(
+        {&messageBoxes, &fileDialogs, &settingsStore, &time, &time, &programEnd, &desktopPrograms}))
 {
 }
 

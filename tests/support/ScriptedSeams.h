@@ -87,6 +87,17 @@ public:
     int ends = 0;
 };
 
+class RecordingDesktopPrograms : public DesktopPrograms {
+public:
+    void showTextFile(const QString& path) override { shownFiles.append(path); }
+    QString systemInformationTool() const override { return tool; }
+    void start(const QString& program) override { started.append(program); }
+
+    QString tool; // none unless a test installs one
+    QStringList shownFiles;
+    QStringList started;
+};
+
 // A fresh set of scripted seams for one test, installed for the fixture's lifetime. At the end
 // the test fails if it left queued answers or choices unused, or a question unanswered.
 class ScriptedSeams {
@@ -101,6 +112,7 @@ public:
     MemorySettingsStore settingsStore;
     VirtualTime time;
     RecordingProgramEnd programEnd;
+    RecordingDesktopPrograms desktopPrograms;
 
 private:
     Seams m_previous;

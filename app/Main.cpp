@@ -1,0 +1,91 @@
+#include "app/Main.h"
+
+#include "app/Seams.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/SingleInstance.h"
+#include "app/Startup.h"
+#include "app/desktop/DesktopSeams.h"
+#include "queue/QueueRows.h"
+#include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunLog.h"
+#include "runner/RunQueue.h"
+#include "runner/WaitForSampleChanger.h"
+#include "ui/Login.h"
+#include "ui/Twips.h"
+#include "ui/WindowLayout.h"
+#include "ui/frmSpinlane.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QPushButton>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane {
+
+void Main(const QStringList& arguments)
+{
+    gStarting = true;
+    if (AnotherCopyRunning()) {
+        msgBox(u"Cannot run two copies of "_s + programTitle(), MsgButtons::Ok,
+               MsgIcon::Exclamation);
+        EndProgram();
+    }
+    gExeVersion = programVersion();
+    gProgramDrive = QCoreApplication::applicationDirPath().left(1);
+    gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
+    LoadSettings();
+    ConnectPrograms();
+    gExpTitles = linked(gExpedra).GetExperimentTitles();
+    gSolvents = linked(gExpedra).GetSolvents();
+    frmSpinlane& form = LoadMainForm();
+    form.show();
+    InitMainWindow(form);
+    gStarting = false;
+}
+
+void InitMainWindow(frmSpinlane& form)
+{
+    stay_on_top(&form, gAlwaysOnTop);
+    form.move(twipsToPixels(gFormLeft, &form), twipsToPixels(gFormTop, &form));
+    MeasureLayout(form);
+
+    // A layout number without a menu item marks none.
+    if (QAction* layout = form.menuItem(u"mnuQueueLayout"_s, gQueueLayout * 10))
+        layout->setChecked(true);
+    form.menuItem(u"mnuPrefs"_s, 50)->setChecked(gAlwaysOnTop);
+    form.menuItem(u"mnuPrefs"_s, 20)->setChecked(gExpQueueOnly);
+    if (gSampleControl == 1 || gExpQueueOnly) {
+        form.setSampleColumnWidth(0);
+        form.menuItem(u"mnuPrefs"_s, 70)->setVisible(false);
+    }
+
+    PopulateQueueList();
+    UpdateSelectionStatus();
+    RestoreRunControls();
+    ShowLoginPanel(form);
+    if (gSampleControl == 2 && !gExpQueueOnly)
+        WaitForSampleChanger();
+    form.cmdStartQueue->setEnabled(true);
+}
+
+void resetProgramState()
+{
+    DeleteMainForm();
+    gLogOn = false;
+    CloseLogFile();
+    releaseInstanceLock();
+    resetStartupState();
+    resetSettingsState();
+    resetQueueState();
+    resetProgramLinks();
+    resetRunState();
+    resetSession();
+    resetLayoutState();
+}
+
+} // namespace spinlane

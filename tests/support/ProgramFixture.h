@@ -1,0 +1,56 @@
+#pragma once
+
+#include "support/FakePrograms.h"
+#include "support/ScriptedSeams.h"
+#include "support/SettingsFiles.h"
+
+#include <QApplication>
+#include <QLocale>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+namespace spinlane {
+class frmSpinlane;
+}
+
+// Starts the whole program for a GUI test: a settings file in a folder of the test's own, the
+// first start's two questions answered, scripted seams and the fake laboratory installed. Each
+// test gets a fresh program and window.
+namespace spinlane::testing {
+
+class ProgramFixture {
+public:
+    ProgramFixture();
+    ~ProgramFixture();
+
+    QString iniPath() const { return m_dir.filePath(QStringLiteral("config/Spinlane.INI")); }
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+
+    // Writes the settings file, answers "Please locate" with the file and runs Main. Returns the
+    // main window, or nullptr when start-up ended the program. The boxes of the start are cleared.
+    frmSpinlane* start(const QByteArray& settings, const QStringList& arguments = {});
+    // Types the user ID and presses Enter.
+    void logIn(const QString& userID, const QString& password = {});
+
+    ScriptedSeams seams;
+    FakeLab lab;
+    frmSpinlane* form = nullptr;
+
+private:
+    QTemporaryDir m_dir;
+};
+
+// The test's main: the offscreen platform, 96 dpi, the C locale and test-mode standard paths.
+int runGuiTest(QObject& test, int argc, char** argv);
+
+} // namespace spinlane::testing
+
+#define SPINLANE_GUI_TEST_MAIN(TestClass)                                                          \
+    int main(int argc, char** argv)                                                                \
+    {                                                                                              \
+        TestClass test;                                                                            \
+        return spinlane::testing::runGuiTest(test, argc, argv);                                    \
+    }

@@ -1,0 +1,63 @@
+#include "support/SettingsFiles.h"
+
+#include "app/Startup.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane::testing {
+
+QByteArray settingsFile(const QList<QueueEntry>& items,
+                        const QList<std::pair<QString, QString>>& general)
+{
+    QList<std::pair<QString, QString>> keys{
+        {u"Version Number"_s, programVersion()},
+        {u"AlwaysOnTop"_s, u"False"_s},
+        {u"ExpQueueOnly"_s, u"False"_s},
+        {u"Sample Control"_s, u"1"_s},
+        {u"Queue Layout"_s, u"1"_s},
+        {u"Current Queue Num"_s, u"0"_s},
+        {u"Total Queue Items"_s, QString::number(items.size())}};
+    for (const auto& [key, value] : general) {
+        auto it =
+            std::find_if(keys.begin(), keys.end(), [&](const auto& k) { return k.first == key; });
+        if (it != keys.end())
+            it->second = value;
+        else
+            keys.append({key, value});
+    }
+    QString text = u"[General]\r\n"_s;
+    for (const auto& [key, value] : keys)
+        text += key + u'=' + value + u"\r\n"_s;
+    for (int i = 0; i < items.size(); ++i) {
+        const QueueEntry& item = items[i];
+        const QString n = QString::number(i + 1);
+        text += u"[Item "_s + n + u"]\r\nItem S/N=SN"_s + n + u"\r\nSample Num="_s
+                + QString::number(item.sample) + u"\r\nSample Name=Sample "_s + n
+                + u"\r\nSample Des=\r\nSolvent=CDCl3\r\nExp Title Index="_s
+                + QString::number(item.experiment) + u"\r\nUser ID="_s + item.user
+                + u"\r\nOrganization="_s + item.organization + u"\r\nOutput File Path=/data/"_s + n
+                + u".kvd\r\nStatus="_s + item.status + u"\r\n"_s;
+    }
+    return text.toUtf8();
+}
+
+void writeFile(const QString& path, const QByteArray& bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    QCOMPARE(file.write(bytes), bytes.size());
+}
+
+QByteArray readFile(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace spinlane::testing

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+#include <utility>
+
+// Settings files for tests that start the whole program.
+namespace spinlane::testing {
+
+struct QueueEntry {
+    QString status = QStringLiteral("Idle");
+    qint32 sample = 1;
+    qint16 experiment = 0;
+    QString user = QStringLiteral("ann");
+    QString organization = QStringLiteral("Chem");
+};
+
+// A settings file of the running program's version holding `items`. The "General" keys given
+// replace the defaults (no stay-on-top, single-sample mode, nothing run yet).
+QByteArray settingsFile(const QList<QueueEntry>& items,
+                        const QList<std::pair<QString, QString>>& general = {});
+
+void writeFile(const QString& path, const QByteArray& bytes);
+QByteArray readFile(const QString& path);
+
+} // namespace spinlane::testing

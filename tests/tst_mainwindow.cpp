@@ -1,0 +1,548 @@
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "queue/QueueList.h"
+#include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunLog.h"
+#include "runner/RunQueue.h"
+#include "support/ProgramFixture.h"
+#include "ui/QueueView.h"
+#include "ui/Twips.h"
+#include "ui/WindowLayout.h"
+#include "ui/frmAbout.h"
+#include "ui/frmSpinlane.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QStatusBar>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+QStringList statuses()
+{
+    QStringList result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(gQueueList.subItem(i, QueueList::StatusSubItem));
+    return result;
+}
+
+QList<bool> checkMarks()
+{
+    QList<bool> result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(gQueueList.row(i).checked);
+    return result;
+}
+
+void click(QWidget* widget) { QTest::mouseClick(widget, Qt::LeftButton); }
+
+} // namespace
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ProgramFixture> m_program;
+    ProgramFixture& program() { return *m_program; }
+    ScriptedSeams& seams() { return m_program->seams; }
+    FakeLab& lab() { return m_program->lab; }
+    int experimentsRun() const
+    {
+        return int(m_program->lab.log.calls.count(u"Expedra.RunExperiment()"_s));
+    }
+
+    frmSpinlane* start(const QList<QueueEntry>& items,
+                       const QList<std::pair<QString, QString>>& general = {})
+    {
+        frmSpinlane* form = program().start(settingsFile(items, general));
+        if (form)
+            lab().log.clear();
+        return form;
+    }
+
+    void trigger(frmSpinlane* form, const QString& menu, int index)
+    {
+        QAction* item = form->menuItem(menu, index);
+        QVERIFY2(item, qPrintable(menu + QString::number(index)));
+        item->trigger();
+    }
+
+private Q_SLOTS:
+    void init() { m_program = std::make_unique<ProgramFixture>(); }
+    void cleanup() { m_program.reset(); }
+
+    // Each run executes inside the click on the run button; Stop is clicked on the virtual clock
+    // while an experiment runs (an item takes about a minute).
+    void runControlsThroughAWholeCycle()
+    {
+        frmSpinlane* form = start({{}, {}, {}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        QPushButton* run = form->cmdStartQueue;
+        QCOMPARE(run->text(), u"Start Spinlane!"_s);
+
+        seams().time.afterMs(90'000, [run] { click(run); });
+        click(run);
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s}));
+        QCOMPARE(run->text(), u"Continue Spinlane!"_s);
+        QVERIFY(form->cmdStartOver->isVisible());
+        QCOMPARE(gCurrentQueueNum, 2);
+        QCOMPARE(form->pgbSpinlane->value(), 2);
+        QCOMPARE(form->pgbSpinlane->maximum(), 3);
+
+        click(run); // Continue: the stopped item again, then the rest
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
+        QCOMPARE(run->text(), u"Run The Queue Again!"_s);
+        QCOMPARE(run->toolTip(), u"Only to complete the failed items."_s);
+        QVERIFY(form->cmdStartOver->isVisible());
+        QCOMPARE(experimentsRun(), 4);
+
+        click(run); // every item is done: each is skipped
+        QCOMPARE(experimentsRun(), 4);
+        QCOMPARE(run->text(), u"Run The Queue Again!"_s);
+        QCOMPARE(gCurrentQueueNum, 3);
+
+        click(form->cmdStartOver);
+        QCOMPARE(statuses(), (QStringList{u"Idle"_s, u"Idle"_s, u"Idle"_s}));
+        for (qint32 i = 1; i <= 3; ++i) {
+            QCOMPARE(gQueue(i).Status, u"Idle"_s);
+            const QueueRow& row = gQueueList.row(i);
+            QVERIFY(!row.checked && !row.bold && !row.ghosted);
+            QCOMPARE(row.foreColor, kWindowTextColor);
+        }
+        QCOMPARE(run->text(), u"Start Spinlane!"_s);
+        QCOMPARE(run->toolTip(), QString());
+        QCOMPARE(gCurrentQueueNum, 0);
+        QCOMPARE(form->pgbSpinlane->value(), 0);
+
+        click(run); // from item 1 again
+        QCOMPARE(experimentsRun(), 7);
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
+    }
+
+    void startWithAnEmptyListDoesNothing()
+    {
+        frmSpinlane* form = start({}, {{u"Total Queue Items"_s, u"0"_s}});
+        QVERIFY(form);
+        QVERIFY(OpenLogFile(program().path(u"run.log"_s), false));
+        gLogOn = true;
+        click(form->cmdStartQueue);
+        QCOMPARE(form->cmdStartQueue->text(), u"Start Spinlane!"_s);
+        QVERIFY(lab().log.calls.isEmpty());
+        QCOMPARE(readFile(program().path(u"run.log"_s)), QByteArray());
+    }
+
+    void closingIsRefusedDuringARun()
+    {
+        frmSpinlane* form = start({{}, {}, {}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        bool closedDuringRun = true;
+        seams().time.afterMs(30'000, [&] { closedDuringRun = form->close(); });
+        seams().time.afterMs(90'000, [form] { click(form->cmdStartQueue); });
+        click(form->cmdStartQueue);
+        QVERIFY(!closedDuringRun);
+        QVERIFY(form->isVisible());
+
+        QVERIFY(form->close());
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(lab().log.calls.contains(u"Expedra.Quit()"_s));
+        const QByteArray saved = readFile(program().iniPath());
+        QVERIFY2(saved.contains("Current Queue Num=2\r\n"), saved.constData());
+        QVERIFY(saved.contains("Status=Stopped\r\n"));
+        QVERIFY(seams().messageBoxes.shown.isEmpty());
+    }
+
+    void exitSavesTheWindowPosition()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        form->move(300, 150);
+        program().logIn(u"ann"_s);
+        trigger(form, u"mnuQueueLayout"_s, 20);
+        trigger(form, u"mnuFile"_s, 50);
+        QCOMPARE(seams().programEnd.ends, 1);
+        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"4500"_s);
+        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"2250"_s);
+        QVERIFY(readFile(program().iniPath()).contains("Queue Layout=2\r\n"));
+    }
+
+    void runEntireQueueCheckBox()
+    {
+        frmSpinlane* form = start({{u"Done"_s}, {}, {}}, {{u"Current Queue Num"_s, u"1"_s}});
+        QVERIFY(form);
+        click(form->chkEntireQueue);
+        QCOMPARE(checkMarks(), (QList<bool>{true, true, true}));
+        QCOMPARE(form->pgbSpinlane->maximum(), 3);
+        click(form->chkEntireQueue);
+        QCOMPARE(checkMarks(), (QList<bool>{false, false, false}));
+        QCOMPARE(form->pgbSpinlane->maximum(), 1);
+
+        // After a finished run the box changes no row.
+        gRunControls.setStartQueueCaption(kRunAgainCaption);
+        click(form->chkEntireQueue);
+        QCOMPARE(checkMarks(), (QList<bool>{false, false, false}));
+    }
+
+    void loggingInAndOut()
+    {
+        frmSpinlane* form =
+            start({{u"Idle"_s, 1, 0, u"bob"_s, u"Physics"_s}, {u"Idle"_s, 1, 0, u"Bob"_s, u"X"_s}},
+                  {{u"Password"_s, u"Secret"_s}});
+        QVERIFY(form);
+        QMenu* file = form->menubarMenu(10);
+        QMenu* prefs = form->menubarMenu(20);
+
+        // The organization comes from the user's first item, whatever the capitals.
+        form->txtUserID->setText(u"BOB"_s);
+        QCOMPARE(form->txtOrg->text(), u"Physics"_s);
+        QVERIFY(!form->txtPW->isEnabled());
+        form->txtUserID->setText(u"zed"_s);
+        QCOMPARE(form->txtOrg->text(), QString());
+
+        program().logIn(u"Administrator"_s, u"wrong"_s);
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(u"Wrong password!"_s, MsgButtons::Ok, MsgIcon::Critical)});
+        QVERIFY(form->picLogin->isVisible());
+        QVERIFY(!file->menuAction()->isVisible());
+        QCOMPARE(gCurrentUserID, QString());
+        // The hidden menus' shortcuts do nothing either.
+        form->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(form));
+        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(gQueueLayout, 1);
+
+        program().logIn(u"Administrator"_s, u"sECRET"_s);
+        QVERIFY(form->lblPW->isEnabled() && form->txtPW->isEnabled());
+        QVERIFY(!form->picLogin->isVisible());
+        QVERIFY(file->menuAction()->isVisible() && prefs->menuAction()->isVisible());
+        QCOMPARE(gCurrentUserID, u"Administrator"_s);
+        QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out Administrator"_s);
+        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(gQueueLayout, 2);
+        QVERIFY(HasPermission()); // the selected item is Bob's
+
+        trigger(form, u"mnuFile"_s, 46);
+        QVERIFY(form->picLogin->isVisible());
+        QVERIFY(!file->menuAction()->isVisible() && !prefs->menuAction()->isVisible());
+        QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out "_s);
+        QCOMPARE(gCurrentUserID, u"Administrator"_s);
+        QCOMPARE(form->txtUserID->text(), u"Administrator"_s);
+
+        // A blank before the name: the password box opens while typing, but no password is
+        // asked and the user is no administrator.
+        form->txtUserID->setText(u" administrator"_s);
+        QVERIFY(form->txtPW->isEnabled());
+        form->txtPW->setText(u"anything"_s);
+        QTest::keyClick(form->txtPW, Qt::Key_Return);
+        QVERIFY(!form->picLogin->isVisible());
+        QCOMPARE(gCurrentUserID, u" administrator"_s);
+        QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out  administrator"_s);
+        seams().messageBoxes.shown.clear();
+        QVERIFY(!HasPermission());
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(u"You do not have permission to perform the action."_s, MsgButtons::Ok,
+                           MsgIcon::Exclamation)});
+    }
+
+    void permissionFollowsTheSelectedRow()
+    {
+        frmSpinlane* form = start({{u"Idle"_s, 1, 0, u"bob"_s},
+                                   {u"Idle"_s, 2, 0, u"ANN"_s},
+                                   {u"Idle"_s, 3, 0, QString()}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        QueueView* list = form->lvwSpinlane;
+        const auto select = [list](int row) {
+            QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                              list->visualRect(list->model()->index(row - 1, 1)).center());
+        };
+
+        select(1);
+        QCOMPARE(gQueueList.selectedIndex(), 1);
+        QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
+        QCOMPARE(form->stbPanels[3]->toolTip(), u"/data/1.kvd"_s);
+        QVERIFY(!HasPermission());
+        QCOMPARE(seams().messageBoxes.shown.size(), 1);
+        select(2);
+        QVERIFY(HasPermission()); // the user's own item, capitals aside
+        select(3);
+        QVERIFY(HasPermission()); // an item without owner
+        QCOMPARE(seams().messageBoxes.shown.size(), 1);
+        QCOMPARE(form->stbPanels[1]->text(), u"PROTON"_s);
+
+        // The runner's selection shows in the list.
+        gQueueList.setSelected(2, true);
+        QCOMPARE(list->selectionModel()->selectedRows(), QModelIndexList{gQueueList.index(1, 0)});
+    }
+
+    void logPreference()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        QAction* enableLog = form->menuItem(u"mnuPrefs"_s, 30);
+
+        seams().fileDialogs.queueChoice({}); // cancelled
+        enableLog->trigger();
+        QVERIFY(!enableLog->isChecked());
+        QVERIFY(!gLogOn);
+        const FileDialogRequest logDialog{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s,
+                                          CreatePrompt, u"Spinlane.log"_s};
+        QCOMPARE(seams().fileDialogs.opened, QList{logDialog});
+        QVERIFY(!seams().settingsStore.values.contains(u"Spinlane/Path/Spinlane.log"_s));
+
+        // A name without ".log" gets it; a file of that name is appended to on No.
+        const QString chosen = program().path(u"run.txt"_s);
+        writeFile(chosen + u".log"_s, "old run\r\n");
+        seams().fileDialogs.queueChoice(chosen);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        enableLog->trigger();
+        QVERIFY(enableLog->isChecked() && gLogOn);
+        QCOMPARE(gLogFile, chosen + u".log"_s);
+        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Path/Spinlane.log"_s), chosen);
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(u"File already exists. Click Yes to overwirte or No to append."_s,
+                           MsgButtons::YesNo, MsgIcon::None)});
+        WriteDoneBanner();
+        QVERIFY(readFile(gLogFile).startsWith("old run\r\n[Done Spinlane at "));
+
+        enableLog->trigger(); // off: the file is closed
+        QVERIFY(!gLogOn);
+        QCOMPARE(errorNumber(WriteDoneBanner), RuntimeError::BadFileNameOrNumber);
+
+        trigger(form, u"mnuPrefs"_s, 40);
+        QCOMPARE(seams().desktopPrograms.shownFiles, QStringList{chosen + u".log"_s});
+        QVERIFY(QFile::remove(gLogFile));
+        trigger(form, u"mnuPrefs"_s, 40);
+        QCOMPARE(gLogFile, QString());
+        QCOMPARE(seams().desktopPrograms.shownFiles.size(), 1);
+    }
+
+    void expQueueOnlyWithTheSampleChanger()
+    {
+        frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        QAction* expQueueOnly = form->menuItem(u"mnuPrefs"_s, 20);
+        QAction* showChanger = form->menuItem(u"mnuPrefs"_s, 70);
+
+        expQueueOnly->trigger();
+        QVERIFY(gExpQueueOnly);
+        QVERIFY(lab().log.calls.contains(u"Changer.Quit()"_s));
+        QCOMPARE(gSampleChangerWnd, 0);
+        QVERIFY(form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn));
+        QVERIFY(!showChanger->isVisible());
+
+        // Off again: a new link, and the run waits until the changer is ready.
+        lab().changer->notReadyPolls = 50;
+        QString shownWhileWaiting;
+        bool enabledWhileWaiting = true;
+        seams().time.afterMs(1500, [&] { // after the second it takes to link Expedra
+            shownWhileWaiting = form->stbPanels[3]->text();
+            enabledWhileWaiting = form->cmdStartQueue->isEnabled();
+        });
+        expQueueOnly->trigger();
+        QVERIFY(!gExpQueueOnly);
+        QCOMPARE(shownWhileWaiting, u"Waiting for Sample Changer ready..."_s);
+        QVERIFY(!enabledWhileWaiting);
+        QCOMPARE(lab().changer->notReadyPolls, 0);
+        QCOMPARE(form->stbPanels[3]->text(), u"Sample Changer ready."_s);
+        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(!form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn));
+        QVERIFY(form->lvwSpinlane->columnWidth(QueueList::SampleNumColumn)
+                >= hundredthsMmToPixels(1100, form));
+        QVERIFY(showChanger->isVisible());
+        QCOMPARE(gSampleChangerWnd, 202);
+    }
+
+    void windowPreferences()
+    {
+        frmSpinlane* form = start({{}, {u"Idle"_s, 4, 2}}, {{u"Sample Control"_s, u"2"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+
+        trigger(form, u"mnuPrefs"_s, 50);
+        QVERIFY(gAlwaysOnTop);
+        QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+        QVERIFY(form->isVisible());
+        trigger(form, u"mnuPrefs"_s, 50);
+        QVERIFY(!form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+
+        trigger(form, u"mnuPrefs"_s, 60); // the selected item's experiment, for watching
+        trigger(form, u"mnuPrefs"_s, 60);
+        trigger(form, u"mnuPrefs"_s, 70);
+        trigger(form, u"mnuPrefs"_s, 70);
+        QStringList actions;
+        for (const QString& call : lab().log.calls) {
+            if (!call.contains(u".Get"_s))
+                actions.append(call);
+        }
+        QCOMPARE(actions, (QStringList{u"Expedra.SetCurrentExperiment(2)"_s,
+                                       u"Expedra.SetSampleInfo(ann|Chem|Sample 2\\r\\n|)"_s,
+                                       u"Expedra.SetOutputFile(/data/2.kvd)"_s,
+                                       u"ShowWindow(101, 5)"_s, u"Expedra.SetShown(False)"_s,
+                                       u"ShowWindow(101, 0)"_s, u"ShowWindow(202, 5)"_s,
+                                       u"Changer.SetShown(True)"_s, u"ShowWindow(202, 0)"_s}));
+    }
+
+    void queueLayoutMenu()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        QAction* list = form->menuItem(u"mnuQueueLayout"_s, 10);
+        QAction* tree = form->menuItem(u"mnuQueueLayout"_s, 20);
+        QCOMPARE(list->shortcut(), QKeySequence(u"Ctrl+L"_s));
+        QCOMPARE(tree->shortcut(), QKeySequence(u"Ctrl+T"_s));
+        QVERIFY(list->isChecked());
+        tree->trigger();
+        QVERIFY(tree->isChecked() && !list->isChecked());
+        QCOMPARE(gQueueLayout, 2);
+        tree->trigger(); // choosing the checked one keeps it checked
+        QVERIFY(tree->isChecked() && !list->isChecked());
+        list->trigger();
+        QVERIFY(list->isChecked() && !tree->isChecked());
+        QCOMPARE(gQueueLayout, 1);
+    }
+
+    void resizeRules()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        QWidget* list = form->lvwSpinlane;
+        const auto geometries = [form] {
+            QList<QRect> result;
+            const QList<QWidget*> controls{
+                form->lvwSpinlane, form->chkEntireQueue, form->cmdStartQueue, form->cmdStartOver,
+                form->cmdAdd,      form->cmdDelete,      form->updQueueItem,  form->cmdEdit};
+            for (QWidget* w : controls)
+                result.append(w->geometry());
+            return result;
+        };
+        const QList<QRect> design = geometries();
+        const QSize designSize = form->size();
+        QCOMPARE(twipsToPixels(gListWidthSlack, form), designSize.width() - list->width());
+
+        for (const QSize change : {QSize(160, 90), QSize(-120, -60)}) {
+            form->resize(designSize + change);
+            QTRY_COMPARE(list->size(), design[0].size() + change);
+            const QList<QRect> now = geometries();
+            for (int i : {1, 2, 3}) // below the list: follow its bottom
+                QCOMPARE(now[i], design[i].translated(0, change.height()));
+            for (int i : {4, 5, 6}) // right of the list: follow its right edge
+                QCOMPARE(now[i], design[i].translated(change.width(), 0));
+            QCOMPARE(now[7], design[7]); // the Edit button stays
+            QCOMPARE(form->picLogin->size(),
+                     QSize(form->width() + twipsToPixels(200, form), form->height()));
+            const QRect frame = form->fraLogin->geometry();
+            QVERIFY(qAbs(frame.center().x() - form->width() / 2) <= 1);
+            QVERIFY(qAbs(frame.center().y() - (form->height() / 2 - twipsToPixels(500, form)))
+                    <= 1);
+        }
+
+        // Smaller than the window less the list: nothing moves.
+        const QList<QRect> before = geometries();
+        const QSize tooSmall(designSize.width() - design[0].width() - 20, 200);
+        form->resize(tooSmall);
+        QTRY_COMPARE(form->size(), tooSmall);
+        QCOMPARE(geometries(), before);
+    }
+
+    void progressBarSitsInTheStatusBar()
+    {
+        frmSpinlane* form = start({{}, {}});
+        QVERIFY(form);
+        QStatusBar* bar = form->statusBar();
+        const QRect progress(form->pgbSpinlane->mapTo(bar, QPoint()), form->pgbSpinlane->size());
+        QVERIFY(bar->rect().contains(progress));
+        QVERIFY(form->stbPanels[2]->geometry().contains(progress));
+        QCOMPARE(form->stbPanels[2]->toolTip(), u"Spinlane Progress"_s);
+        QCOMPARE(form->stbPanels[4]->toolTip(), u"Sample Spin Status"_s);
+        gStatusBar.setText(StatusBar::SpinPanel, u"Spin on: 20.0"_s);
+        QCOMPARE(form->stbPanels[4]->text(), u"Spin on: 20.0"_s);
+    }
+
+    void aboutBox()
+    {
+        frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
+        QVERIFY(form);
+        trigger(form, u"mnuHelp"_s, 10);
+        auto* about = form->findChild<frmAbout*>(u"frmAbout"_s);
+        QVERIFY(about);
+        QTRY_VERIFY(about->isVisible());
+        QCOMPARE(about->lblTitle->text(), u"Spinlane"_s);
+        QVERIFY(about->lblVersion->text().contains(gExeVersion));
+        QVERIFY(about->lblDescription->text().contains(u"Sample changer"_s));
+        QVERIFY(!about->cmdSysInfo->isEnabled()); // no tool on this platform
+        click(about->cmdOK);
+        QTRY_VERIFY(!form->findChild<frmAbout*>(u"frmAbout"_s));
+
+        seams().desktopPrograms.tool = u"/usr/bin/sysinfo-tool"_s;
+        trigger(form, u"mnuHelp"_s, 10);
+        about = form->findChild<frmAbout*>(u"frmAbout"_s);
+        QVERIFY(about && about->cmdSysInfo->isEnabled());
+        click(about->cmdSysInfo);
+        QCOMPARE(seams().desktopPrograms.started, QStringList{u"/usr/bin/sysinfo-tool"_s});
+    }
+
+    void namedControls()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        const QList<std::tuple<QString, int, QString, QString>> items{
+            {u"mnuFile"_s, 5, u"&Add"_s, u"Ctrl+A"_s},
+            {u"mnuFile"_s, 10, u"&Edit"_s, u"Ctrl+E"_s},
+            {u"mnuFile"_s, 20, u"&Delete"_s, u"Ctrl+D"_s},
+            {u"mnuFile"_s, 30, u"&Properties"_s, u"Ctrl+P"_s},
+            {u"mnuFile"_s, 46, u"&Log out"_s, {}},
+            {u"mnuFile"_s, 50, u"E&xit"_s, {}},
+            {u"mnuPrefs"_s, 20, u"&Exp Queue Only"_s, {}},
+            {u"mnuPrefs"_s, 30, u"Enable Log"_s, {}},
+            {u"mnuPrefs"_s, 40, u"Open Log"_s, {}},
+            {u"mnuPrefs"_s, 50, u"&Always On Top"_s, {}},
+            {u"mnuPrefs"_s, 60, u"Show Current Exp. Progress"_s, {}},
+            {u"mnuPrefs"_s, 70, u"Show Sample Changer"_s, {}},
+            {u"mnuPopup"_s, 3, u"Add"_s, {}},
+            {u"mnuPopup"_s, 5, u"Edit"_s, {}},
+            {u"mnuPopup"_s, 10, u"Delete"_s, {}},
+            {u"mnuPopup"_s, 20, u"Properties"_s, {}},
+            {u"mnuHelp"_s, 10, u"&About"_s, {}}};
+        for (const auto& [menu, index, caption, shortcut] : items) {
+            QAction* item = form->menuItem(menu, index);
+            QVERIFY2(item, qPrintable(menu + QString::number(index)));
+            QCOMPARE(item->text(), caption);
+            QCOMPARE(item->shortcut(), QKeySequence(shortcut));
+        }
+        for (int index : {25, 45})
+            QVERIFY(form->menuItem(u"mnuFile"_s, index)->isSeparator());
+        QCOMPARE(form->menubarMenu(110)->title(), u"Popup"_s);
+        QCOMPARE(form->cmdAdd->toolTip(), u"Add a new item"_s);
+        QCOMPARE(form->cmdDelete->toolTip(), u"Delete the selected item"_s);
+        QCOMPARE(form->updQueueItem->toolTip(), u"Change item queue order"_s);
+        QCOMPARE(form->fraLogin->title(), u"Log in:"_s);
+        QCOMPARE(form->chkEntireQueue->text(), u"Run Entire Queue"_s);
+        QStringList headers;
+        for (int column = 0; column < QueueList::ColumnCount; ++column)
+            headers.append(gQueueList.headerData(column, Qt::Horizontal).toString());
+        QCOMPARE(headers, (QStringList{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
+                                       u"Experiment Title"_s, u"User ID"_s, u"Status"_s}));
+        // The design widths, wider only where a header needs it.
+        QCOMPARE(form->lvwSpinlane->columnWidth(QueueList::UserIDColumn),
+                 hundredthsMmToPixels(2540, form));
+    }
+};
+
+SPINLANE_GUI_TEST_MAIN(TestMainWindow)
+#include "tst_mainwindow.moc"

@@ -1,0 +1,279 @@
+#include "app/Main.h"
+#include "app/Settings.h"
+#include "app/SingleInstance.h"
+#include "app/Startup.h"
+#include "queue/QueueList.h"
+#include "queue/QueueStore.h"
+#include "runner/RunControls.h"
+#include "support/ProgramFixture.h"
+#include "ui/QueueView.h"
+#include "ui/frmSpinlane.h"
+
+#include <QAction>
+#include <QLockFile>
+#include <QMenu>
+#include <QPushButton>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+// Expedra and the changer, noting how far the window had come when start-up called them.
+struct WindowState {
+    bool shown = false;
+    bool loginPanelShown = false;
+    qint32 rows = -1;
+    bool startEnabled = true;
+    QString caption;
+};
+
+WindowState windowState()
+{
+    WindowState state;
+    if (frmSpinlane* form = MainForm()) {
+        state.shown = form->isVisible();
+        state.loginPanelShown = form->picLogin->isVisible();
+        state.startEnabled = form->cmdStartQueue->isEnabled();
+        state.caption = form->cmdStartQueue->text();
+    }
+    state.rows = gQueueList.count();
+    return state;
+}
+
+class WatchedExpedra : public FakeExpedra {
+public:
+    using FakeExpedra::FakeExpedra;
+    QStringList GetSolvents() override
+    {
+        atSolvents = windowState();
+        return FakeExpedra::GetSolvents();
+    }
+    WindowState atSolvents;
+};
+
+class WatchedChanger : public FakeSampleChanger {
+public:
+    using FakeSampleChanger::FakeSampleChanger;
+    bool IsReady() override
+    {
+        atFirstPoll = atFirstPoll.value_or(windowState());
+        return FakeSampleChanger::IsReady();
+    }
+    std::optional<WindowState> atFirstPoll;
+};
+
+const QString kLocate = u"Please locate the 'Spinlane.ini' file."_s;
+
+} // namespace
+
+class TestStartup : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ProgramFixture> m_program;
+    ProgramFixture& program() { return *m_program; }
+    ScriptedSeams& seams() { return m_program->seams; }
+    QStringList& calls() { return m_program->lab.log.calls; }
+
+private Q_SLOTS:
+    void init() { m_program = std::make_unique<ProgramFixture>(); }
+    void cleanup() { m_program.reset(); }
+
+    void secondCopyIsRefused()
+    {
+        QLockFile firstCopy(instanceLockPath());
+        QVERIFY(firstCopy.tryLock(0));
+        writeFile(program().iniPath(), settingsFile({{}}));
+        QVERIFY(endsProgram([] { Main({}); }));
+        QCOMPARE(seams().messageBoxes.shown, QList{box(u"Cannot run two copies of Spinlane"_s,
+                                                       MsgButtons::Ok, MsgIcon::Exclamation)});
+        // Nothing was read, asked, linked or shown; the first copy keeps its lock.
+        QCOMPARE(seams().fileDialogs.opened.size(), 0);
+        QVERIFY(calls().isEmpty());
+        QVERIFY(!MainForm());
+        QVERIFY(firstCopy.isLocked());
+    }
+
+    void refusalsEndBeforeAnyWindow_data()
+    {
+        QTest::addColumn<QString>("refusal");
+        QTest::addColumn<QList<MessageBoxRequest>>("boxes");
+        QTest::newRow("settings file not located")
+            << u"locate"_s << QList{box(kLocate, MsgButtons::OkCancel, MsgIcon::Critical)};
+        QTest::newRow("other version declined")
+            << u"version"_s
+            << QList{box(kLocate, MsgButtons::OkCancel, MsgIcon::Critical),
+                     box(u"Versions of initialization (0.9.1) and excutable ("_s + programVersion()
+                             + u") files do not match each other.\r\nRun the program anyway?"_s,
+                         MsgButtons::YesNo, MsgIcon::Question)};
+        QTest::newRow("console not running")
+            << u"console"_s
+            << QList{
+                   box(kLocate, MsgButtons::OkCancel, MsgIcon::Critical),
+                   box(u"Start Korvo application first."_s, MsgButtons::Ok, MsgIcon::Exclamation)};
+    }
+    void refusalsEndBeforeAnyWindow()
+    {
+        QFETCH(QString, refusal);
+        QFETCH(QList<MessageBoxRequest>, boxes);
+        writeFile(program().iniPath(),
+                  settingsFile({{}}, {{u"Version Number"_s,
+                                       refusal == u"version"_s ? u"0.9.1"_s : programVersion()}}));
+        if (refusal == u"locate"_s) {
+            seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
+        } else {
+            seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
+            seams().fileDialogs.queueChoice(program().iniPath());
+        }
+        if (refusal == u"version"_s)
+            seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        if (refusal == u"console"_s)
+            program().lab.running.clear();
+
+        QVERIFY(endsProgram([] { Main({}); }));
+        QCOMPARE(seams().messageBoxes.shown, boxes);
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(!MainForm());
+        // The settings come before the links: a refused load links nothing.
+        if (refusal != u"console"_s)
+            QVERIFY(calls().isEmpty());
+        else
+            QCOMPARE(calls(), QStringList{u"GetObject(Korvo.Application)"_s});
+    }
+
+    void startsInOrder()
+    {
+        auto expedra = std::make_shared<WatchedExpedra>(program().lab.log);
+        auto changer = std::make_shared<WatchedChanger>(program().lab.log);
+        changer->notReadyPolls = 3;
+        program().lab.expedra = expedra;
+        program().lab.changer = changer;
+        seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1500"_s);
+        seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormLeft"_s, u"3000"_s);
+
+        frmSpinlane* form = program().start(
+            settingsFile({{u"Done"_s}, {u"Idle"_s}}, {{u"Sample Control"_s, u"2"_s},
+                                                      {u"Current Queue Num"_s, u"1"_s},
+                                                      {u"AlwaysOnTop"_s, u"True"_s},
+                                                      {u"Queue Layout"_s, u"2"_s}}));
+        QVERIFY(form);
+        QCOMPARE(calls(),
+                 (QStringList{u"GetObject(Korvo.Application)"_s,
+                              u"CreateObject(Expedra.BrelixExpedra)"_s,
+                              u"Expedra.SetShown(False)"_s, u"Expedra.GetWindowHandle()"_s,
+                              u"ShowWindow(101, 0)"_s, u"CreateObject(Carousio.clsCarousio)"_s,
+                              u"Changer.SetVisible(False)"_s, u"Changer.GetWindowHandle()"_s,
+                              u"ShowWindow(202, 0)"_s, u"Expedra.GetExperimentTitles()"_s,
+                              u"Expedra.GetSolvents()"_s, u"Changer.IsReady()"_s}));
+        QCOMPARE(gExpTitles, expedra->titles);
+        QCOMPARE(gSolvents, expedra->solvents);
+        QVERIFY(!expedra->atSolvents.shown);
+
+        // The changer is polled with the window prepared but the run button still disabled,
+        // until it reports ready.
+        QVERIFY(changer->atFirstPoll);
+        QVERIFY(changer->atFirstPoll->shown && changer->atFirstPoll->loginPanelShown);
+        QCOMPARE(changer->atFirstPoll->rows, 2);
+        QCOMPARE(changer->atFirstPoll->caption, kContinueCaption);
+        QVERIFY(!changer->atFirstPoll->startEnabled);
+        QCOMPARE(changer->notReadyPolls, 0);
+        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(!gStarting);
+
+        QCOMPARE(form->pos(), QPoint(200, 100));
+        QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+        QVERIFY(form->menuItem(u"mnuPrefs"_s, 50)->isChecked());
+        QVERIFY(!form->menuItem(u"mnuPrefs"_s, 20)->isChecked());
+        QVERIFY(form->menuItem(u"mnuQueueLayout"_s, 20)->isChecked());
+        QVERIFY(!form->menuItem(u"mnuQueueLayout"_s, 10)->isChecked());
+        QVERIFY(!form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn));
+        QVERIFY(form->menuItem(u"mnuPrefs"_s, 70)->isVisible());
+        // Logged out: only Help is offered.
+        QVERIFY(form->picLogin->isVisible());
+        QVERIFY(!form->menubarMenu(10)->menuAction()->isVisible());
+        QVERIFY(!form->menubarMenu(20)->menuAction()->isVisible());
+        QVERIFY(form->menubarMenu(100)->menuAction()->isVisible());
+        QCOMPARE(gExeVersion, programVersion());
+        QCOMPARE(gProgramDrive, u"/"_s);
+        QVERIFY(gShowWindow);
+    }
+
+    void noWindowIsOnlyRecorded()
+    {
+        frmSpinlane* form = program().start(settingsFile({{}}), {u"-x"_s, u"/NoWindow"_s});
+        QVERIFY(form);
+        QVERIFY(!gShowWindow);
+        QVERIFY(form->isVisible() && form->picLogin->isVisible());
+        QVERIFY(form->cmdStartQueue->isEnabled());
+    }
+
+    void captionFromTheSavedProgress_data()
+    {
+        QTest::addColumn<QStringList>("statuses");
+        QTest::addColumn<int>("current");
+        QTest::addColumn<QString>("caption");
+        QTest::addColumn<bool>("startOver");
+        QTest::addColumn<int>("selected");
+        QTest::newRow("empty queue") << QStringList{} << 0 << kStartCaption << false << 0;
+        QTest::newRow("nothing run")
+            << QStringList{u"Idle"_s, u"Idle"_s} << 0 << kStartCaption << false << 2;
+        QTest::newRow("inside the queue") << QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s} << 2
+                                          << kContinueCaption << false << 2;
+        QTest::newRow("last item done")
+            << QStringList{u"Failed"_s, u"Done"_s} << 2 << kRunAgainCaption << true << 2;
+        QTest::newRow("last item failed")
+            << QStringList{u"Done"_s, u"Failed"_s} << 2 << kRunAgainCaption << true << 2;
+        QTest::newRow("last item stopped")
+            << QStringList{u"Done"_s, u"Stopped"_s} << 2 << kContinueCaption << false << 2;
+    }
+    void captionFromTheSavedProgress()
+    {
+        QFETCH(QStringList, statuses);
+        QFETCH(int, current);
+        QFETCH(QString, caption);
+        QFETCH(bool, startOver);
+        QFETCH(int, selected);
+        QList<QueueEntry> items;
+        for (const QString& status : statuses)
+            items.append({status});
+        frmSpinlane* form = program().start(
+            settingsFile(items, {{u"Current Queue Num"_s, QString::number(current)},
+                                 {u"Total Queue Items"_s, QString::number(statuses.size())}}));
+        QVERIFY(form);
+        QCOMPARE(form->cmdStartQueue->text(), caption);
+        QCOMPARE(form->cmdStartOver->isVisible(), startOver);
+        QCOMPARE(gQueueList.count(), statuses.size());
+        QCOMPARE(gQueueList.selectedIndex(), selected);
+        const QModelIndexList shown = form->lvwSpinlane->selectionModel()->selectedRows();
+        QCOMPARE(shown.size(), selected > 0 ? 1 : 0);
+        if (selected > 0)
+            QCOMPARE(shown.first().row(), selected - 1);
+    }
+
+    void sampleColumnByMode_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QString>("expQueueOnly");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("single-sample interface") << u"1"_s << u"False"_s << false;
+        QTest::newRow("sample changer") << u"2"_s << u"False"_s << true;
+        QTest::newRow("sample changer, experiments only") << u"2"_s << u"True"_s << false;
+        QTest::newRow("no sample handling") << u"0"_s << u"False"_s << true;
+    }
+    void sampleColumnByMode()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QString, expQueueOnly);
+        QFETCH(bool, shown);
+        frmSpinlane* form = program().start(
+            settingsFile({{}}, {{u"Sample Control"_s, mode}, {u"ExpQueueOnly"_s, expQueueOnly}}));
+        QVERIFY(form);
+        QCOMPARE(form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn), !shown);
+        QCOMPARE(form->menuItem(u"mnuPrefs"_s, 70)->isVisible(), shown);
+        QCOMPARE(form->menuItem(u"mnuPrefs"_s, 20)->isChecked(), expQueueOnly == u"True"_s);
+    }
+};
+
+SPINLANE_GUI_TEST_MAIN(TestStartup)
+#include "tst_startup.moc"

@@ -1,0 +1,130 @@
+// Writes PNG pictures of the main window under the offscreen platform: the login panel, the
+// queue with an item of every status, and the window enlarged, each at 96 dpi and at twice that.
+// The laboratory programs are the test fakes, so nothing outside this process is touched.
+//
+//     spinlane-screenshots [OUTPUT-FOLDER]     (default: screenshots)
+#include "app/Main.h"
+#include "app/Seams.h"
+#include "app/SingleInstance.h"
+#include "app/Startup.h"
+#include "runner/RunControls.h"
+#include "support/FakePrograms.h"
+#include "support/ScriptedSeams.h"
+#include "ui/frmSpinlane.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QImage>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTextStream>
+
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+struct Item {
+    int sample;
+    const char* name;
+    int experiment;
+    const char* user;
+    const char* status;
+};
+
+QByteArray settingsFile()
+{
+    const Item items[] = {
+        {1, "Menthol", 0, "ann", "Done"},        {1, "Menthol", 1, "ann", "Done"},
+        {2, "Caffeine", 2, "ann", "Failed"},     {3, "Ibuprofen", 0, "bob", "Stopped"},
+        {4, "Aspirin", 3, "bob", "In progress"}, {5, "Vanillin", 1, "carla", "Idle"},
+        {6, "Limonene", 4, "carla", "Idle"},     {7, "Glucose in D2O", 0, "dev", "Waiting"},
+    };
+    QByteArray text;
+    QTextStream out(&text);
+    out << "[General]\r\nVersion Number=" << programVersion()
+        << "\r\nAlwaysOnTop=False\r\nExpQueueOnly=False\r\nSample Control=2\r\nQueue Layout=1\r\n"
+           "Current Queue Num=5\r\nTotal Queue Items="
+        << std::size(items) << "\r\n";
+    int n = 0;
+    for (const Item& item : items) {
+        ++n;
+        out << "[Item " << n << "]\r\nItem S/N=2611" << QString::number(n).rightJustified(2, u'0')
+            << "\r\nSample Num=" << item.sample << "\r\nSample Name=" << item.name
+            << "\r\nSample Des=\r\nSolvent=CDCl3\r\nExp Title Index=" << item.experiment
+            << "\r\nUser ID=" << item.user << "\r\nOrganization=Chemistry\r\nOutput File Path="
+            << "/korvo/Data/" << item.user << "/" << QString::fromLatin1(item.name).toLower() << "-"
+            << n << ".kvd\r\nStatus=" << item.status << "\r\n";
+    }
+    out.flush();
+    return text;
+}
+
+bool save(QWidget& window, const QString& folder, const QString& name)
+{
+    bool ok = true;
+    for (int scale : {1, 2}) {
+        QImage image(window.size() * scale, QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(scale);
+        image.fill(Qt::transparent);
+        window.render(&image);
+        const QString path = QDir(folder).filePath(name + (scale == 1 ? u".png"_s : u"@2x.png"_s));
+        ok = image.save(path) && ok;
+        std::printf("%s\n", qPrintable(path));
+    }
+    return ok;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_FONT_DPI", "96");
+    QApplication app(argc, argv);
+    const QString folder = argc > 1 ? QString::fromLocal8Bit(argv[1]) : u"screenshots"_s;
+    QDir().mkpath(folder);
+
+    QTemporaryDir work;
+    const QString iniPath = work.filePath(u"Spinlane.INI"_s);
+    QFile ini(iniPath);
+    if (!ini.open(QIODevice::WriteOnly) || ini.write(settingsFile()) < 0)
+        return 1;
+    ini.close();
+
+    ScriptedMessageBoxes messageBoxes;
+    ScriptedFileDialogs fileDialogs;
+    MemorySettingsStore settingsStore;
+    VirtualTime time;
+    RecordingProgramEnd programEnd;
+    RecordingDesktopPrograms desktopPrograms;
+    installSeams(
+        {&messageBoxes, &fileDialogs, &settingsStore, &time, &time, &programEnd, &desktopPrograms});
+    FakeLab lab;
+    lab.expedra->titles = {u"PROTON"_s, u"CARBON"_s,   u"COSY"_s,
+                           u"HSQC"_s,   u"NOESY 2D"_s, u"(end)"_s};
+    setInstanceLockPath(work.filePath(u"Spinlane.lock"_s));
+    messageBoxes.queueAnswer(MsgAnswer::Ok); // "Please locate the 'Spinlane.ini' file."
+    fileDialogs.queueChoice(iniPath);
+
+    Main({});
+    frmSpinlane* form = MainForm();
+    if (!form || programEnd.ends > 0)
+        return 1;
+    bool ok = save(*form, folder, u"login"_s);
+
+    form->txtUserID->setText(u"ann"_s);
+    form->cmdEnter->click();
+    gRunControls.setStartOverVisible(true); // as after a Stop: every run control shown
+    ok = save(*form, folder, u"queue"_s) && ok;
+
+    form->resize(form->width() + 240, form->height() + 160);
+    ok = save(*form, folder, u"queue-larger"_s) && ok;
+    DeleteMainForm();
+    releaseInstanceLock();
+    return ok ? 0 : 1;
+}
