@@ -26,7 +26,7 @@ ExpedraWindow::ExpedraWindow(SimExpedra& program)
 {
     setWindowTitle(u"Expedra (simulated)"_s);
     for (const Experiment& e : program.experiments())
-        m_experiments->addItem(e.title + u" \u2014 "_s + e.details);
+        m_experiments->addItem(e.details.isEmpty() ? e.title : e.title + u" \u2014 "_s + e.details);
     m_experiments->setSelectionMode(QAbstractItemView::SingleSelection);
     m_experiments->setFocusPolicy(Qt::NoFocus);
     m_setUp->setTextFormat(Qt::PlainText);

@@ -15,7 +15,7 @@ namespace {
 class Reader {
 public:
     explicit Reader(const QString& path)
-        : m_file(ProfileDocument::load(path))
+        : m_file(path.isEmpty() ? ProfileDocument() : ProfileDocument::load(path))
     {
     }
 
