@@ -494,14 +494,14 @@ private Q_SLOTS:
 
     void sampleChangerTakesItsTime()
     {
-        SimulatedLab lab("[Changer]\r\nReadySeconds=1\r\nLoadSeconds=0.3\r\nPositions=12\r\n"
-                         "SpinRamp=50\r\n");
+        SimulatedLab lab("[Changer]\r\nReadySeconds=2\r\nLoadSeconds=0.3\r\nPositions=12\r\n"
+                         "SpinRamp=10\r\n");
         QVERIFY(lab.isReady());
         auto changer = std::dynamic_pointer_cast<SampleChanger>(
             automation().CreateObject(kSampleChangerClass));
         QVERIFY(changer);
         QVERIFY(!changer->IsReady());
-        QTRY_VERIFY_WITH_TIMEOUT(changer->IsReady(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(changer->IsReady(), 10000);
 
         changer->LoadSample(13); // beyond the carousel
         QVERIFY(changer->IsLoading());
@@ -513,7 +513,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!changer->IsLoading());
         QVERIFY(!changer->GetLoadFailed());
 
-        // The rate ramps towards the one set, 50 Hz per second, and back down when switched off.
+        // The rate ramps towards the one set, 10 Hz per second, and back down when switched off.
         changer->SetSpinRate(20);
         QCOMPARE(changer->GetActualSpinRate(), 0.0);
         changer->SetSpin(true);
