@@ -1,9 +1,15 @@
 #include "app/LaboratoryBackend.h"
 
+#include "runner/DBusAutomation.h"
+
 namespace spinlane {
 
-// THE ONE PLACE WHERE THE LABORATORY BACKEND IS INSTALLED. None is installed yet: every link
-// fails to be made, so start-up ends with "Start Korvo application first.".
-void installLaboratoryBackend() { }
+// The laboratory programs are separate processes on the session bus (the simulated ones, or real
+// programs that own the same names).
+void installLaboratoryBackend()
+{
+    static DBusAutomation laboratory;
+    installAutomation(&laboratory);
+}
 
 } // namespace spinlane

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what Spinlane needs on Debian 12 (when missing), builds it and runs it. Without a
+# Installs what Spinlane needs on Debian 12 (when missing), builds it and runs it, with the
+# simulated laboratory unless a console program already runs on the session bus. Without a
 # settings file at the default place (/korvo/config/Spinlane.INI) the demo file is put there, so
 # the first start only asks to confirm it ("Please locate the 'Spinlane.ini' file.") and later
 # starts ask nothing. Arguments go to spinlane, which ignores them.
@@ -21,7 +22,7 @@ if ((${#missing[@]})); then
 fi
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
-cmake --build build -j"$(nproc)" --target spinlane
+cmake --build build -j"$(nproc)" --target spinlane spinlane-labsim
 
 settings=/korvo/config/Spinlane.INI
 if [ ! -e "$settings" ]; then
@@ -29,8 +30,13 @@ if [ ! -e "$settings" ]; then
   install -m 644 build/demo/Spinlane.INI "$settings"
 fi
 
-# SIMULATED LAB: the launcher of the simulated laboratory programs wraps the command here, for
-# example lab=(build/sim/<launcher> --). Without it no laboratory program runs, and Spinlane
-# ends at start-up with "Start Korvo application first.".
-lab=()
+# The laboratory programs: the real ones when a console already runs on the session bus, else
+# the simulated laboratory on a private bus of its own.
+console_runs() {
+  [ -n "${DBUS_SESSION_BUS_ADDRESS:-}" ] && dbus-send --session --print-reply \
+    --dest=org.freedesktop.DBus /org/freedesktop/DBus org.freedesktop.DBus.NameHasOwner \
+    string:org.spinlane.lab.Korvo.Application 2>/dev/null | grep -q 'boolean true'
+}
+lab=(scripts/with-simulated-lab.sh)
+console_runs && lab=()
 exec "${lab[@]}" build/app/spinlane "$@"

@@ -19,4 +19,5 @@ fi
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPINLANE_WERROR=ON
 cmake --build build -j"$(nproc)"
-dbus-run-session -- ctest --test-dir build --output-on-failure
+# The tests that need a session bus bring their own.
+ctest --test-dir build --output-on-failure

@@ -1,0 +1,173 @@
+// Real runs against the simulated laboratory, on the lab's private bus:
+//
+//     scripts/with-simulated-lab.sh build/bench/bench_lab
+//
+// Runs ten items in sample-changer mode three times, with short program durations and a clock 20
+// times faster than real time, and prints Spinlane's processor time as a share of the run's wall
+// time; then the round trip of one busy poll and the delay from a stop request to the end of the
+// run, as medians.
+
+#include "app/Conversions.h"
+#include "app/RuntimeError.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "queue/QueueStore.h"
+#include "runner/DBusAutomation.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunLog.h"
+#include "runner/RunQueue.h"
+#include "support/ScaledClock.h"
+#include "support/SimulatedLab.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+
+namespace {
+
+constexpr double kTimeScale = 20;
+constexpr int kItems = 10;
+
+const QByteArray kLab = "[Changer]\r\nLoadSeconds=0.8\r\nEjectSeconds=0.5\r\nSpinRamp=100\r\n"
+                        "ReadySeconds=0\r\n"
+                        "[Experiment 1]\r\nTitle=PROTON\r\nDuration=1.5\r\n"
+                        "[Experiment 2]\r\nTitle=CARBON\r\nDuration=2\r\n"
+                        "[Experiment 3]\r\nTitle=COSY\r\nSpin=False\r\nDuration=1.5\r\n"
+                        "[Experiment 4]\r\nTitle=LONG\r\nDuration=600\r\n";
+
+double processorSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& t) { return double(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+void setQueue(const QList<std::pair<qint32, qint16>>& items)
+{
+    gQueueList.clear();
+    gCurrentQueueNum = 0;
+    gQueue.redim(qint32(items.size()));
+    for (qint32 n = 1; n <= items.size(); ++n) {
+        const QString number = QString::number(n);
+        gQueue(n) = {number,
+                     items.at(n - 1).first,
+                     u"Sample "_s + number,
+                     {},
+                     u"CDCl3"_s,
+                     items.at(n - 1).second,
+                     u"ann"_s,
+                     u"Chem"_s,
+                     u"/data/"_s + number + u".kvd"_s,
+                     u"Idle"_s};
+        const qint32 row = gQueueList.add();
+        gQueueList.setText(row, formatQueueNumber(n));
+        gQueueList.setTag(row, n);
+        gQueueList.setSubItem(row, QueueList::StatusSubItem, u"Idle"_s);
+    }
+}
+
+int doneItems()
+{
+    int done = 0;
+    for (qint32 n = 1; n <= gQueue.upperBound(); ++n)
+        done += gQueue(n).Status == u"Done"_s;
+    return done;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    if (!QDBusConnection::sessionBus().isConnected()) {
+        std::fprintf(stderr, "no session bus: run me with scripts/with-simulated-lab.sh\n");
+        return 1;
+    }
+    testing::SimulatedLab lab(kLab);
+    if (!lab.isReady() || !lab.startConsole()) {
+        std::fprintf(stderr, "the simulated lab does not start: is this the lab's bus?\n");
+        return 1;
+    }
+    testing::ScaledClock clock(kTimeScale);
+    installSeams({nullptr, nullptr, nullptr, &clock, nullptr, nullptr});
+    DBusAutomation automation;
+    installAutomation(&automation);
+    QTemporaryDir dir;
+    gCurrentUserID = u"ann"_s;
+    OpenLogFile(dir.filePath(u"run.log"_s), false);
+    gLogOn = true;
+
+    try {
+        gSampleControl = 2;
+        ConnectPrograms();
+        gExpTitles = gExpedra->GetExperimentTitles();
+        gSolvents = gExpedra->GetSolvents();
+
+        std::vector<double> shares;
+        for (int run = 1; run <= 3; ++run) {
+            QList<std::pair<qint32, qint16>> items;
+            for (qint32 i = 1; i <= kItems; ++i)
+                items.append({i, qint16((i - 1) % 3)});
+            setQueue(items);
+            QElapsedTimer wall;
+            wall.start();
+            const double cpuBefore = processorSeconds();
+            RunQueue();
+            const double cpu = processorSeconds() - cpuBefore;
+            const double seconds = wall.nsecsElapsed() / 1e9;
+            shares.push_back(100 * cpu / seconds);
+            std::printf("run %d: %d of %d items done in %.1f s wall, %.3f s processor = %.2f%%\n",
+                        run, doneItems(), kItems, seconds, cpu, shares.back());
+        }
+        std::printf("%-44s median %6.2f %% of one core over 3 runs (goal <= 2 %%)\n",
+                    "processor time during a ten-item run", median(shares));
+
+        std::vector<double> polls;
+        for (int i = 0; i < 2001; ++i) {
+            QElapsedTimer timer;
+            timer.start();
+            gSampleChanger->IsLoading();
+            polls.push_back(timer.nsecsElapsed() / 1e6);
+        }
+        std::printf("%-44s median %7.3f ms over %zu polls\n", "round trip of one busy poll",
+                    median(polls), polls.size());
+
+        // Experiments only; Stop pressed while the long experiment runs.
+        gSampleControl = 1;
+        std::vector<double> stops;
+        for (int run = 0; run < 9; ++run) {
+            setQueue({{1, 3}});
+            QElapsedTimer sinceStop;
+            QTimer::singleShot(600 + 37 * run, [&sinceStop] {
+                sinceStop.start();
+                RequestStop();
+            });
+            RunQueue();
+            stops.push_back(sinceStop.nsecsElapsed() / 1e6);
+        }
+        std::printf("%-44s median %7.3f ms over %zu stops (goal < 50 ms + the abort)\n",
+                    "stop request to the end of the run", median(stops), stops.size());
+        ReleasePrograms();
+    } catch (const RuntimeError& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,530 @@
+// Spinlane against the simulated laboratory: real programs on a private session bus, started by
+// the bus, driven through the D-Bus backend by the real runner on a clock that runs 20 times
+// faster than real time.
+
+#include "app/Conversions.h"
+#include "app/ProfileFile.h"
+#include "app/RuntimeError.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "app/SystemSeams.h"
+#include "queue/QueueStore.h"
+#include "runner/DBusAutomation.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunLog.h"
+#include "runner/RunQueue.h"
+#include "support/ScaledClock.h"
+#include "support/ScriptedSeams.h"
+#include "support/SimulatedLab.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <array>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+constexpr double kTimeScale = 20;
+constexpr int kCallTimeoutMs = 2000;
+
+// Short durations: a load, an eject or an experiment takes a fraction of a second.
+const QByteArray kFastLab =
+    "[Changer]\r\nLoadSeconds=0.3\r\nEjectSeconds=0.2\r\nSpinRamp=400\r\n"
+    "ReadySeconds=0\r\n"
+    "[Expedra]\r\nSolvents=CDCl3, D2O, DMSO\r\n"
+    "[Experiment 1]\r\nTitle=PROTON\r\nDuration=0.5\r\n"
+    "[Experiment 2]\r\nTitle=CARBON\r\nDuration=0.5\r\n"
+    "[Experiment 3]\r\nTitle=COSY\r\nLockRequired=False\r\nDuration=0.5\r\n";
+
+// The fast lab with some settings changed, each {section, key, value}.
+QByteArray fastLabWith(std::initializer_list<std::array<QString, 3>> changes)
+{
+    ProfileDocument settings = ProfileDocument::fromBytes(kFastLab);
+    for (const auto& [section, key, value] : changes)
+        settings.writeString(section, key, value);
+    return settings.toBytes();
+}
+
+void addItem(qint32 sample, qint16 experiment)
+{
+    const qint32 n = gQueueList.count() + 1;
+    gQueue.redimPreserve(n);
+    const QString number = QString::number(n);
+    gQueue(n) = {u"SN"_s + number, sample,     u"Sample "_s + number,
+                 u"desc"_s,        u"CDCl3"_s, experiment,
+                 u"ann"_s,         u"Chem"_s,  u"/data/"_s + number + u".kvd"_s,
+                 u"Idle"_s};
+    const qint32 row = gQueueList.add();
+    gQueueList.setText(row, formatQueueNumber(n));
+    gQueueList.setTag(row, n);
+    gQueueList.setSubItem(row, QueueList::StatusSubItem, u"Idle"_s);
+}
+
+QStringList statuses()
+{
+    QStringList result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(gQueueList.subItem(i, QueueList::StatusSubItem));
+    return result;
+}
+
+// The calls that change something, in order (queries and polls left out).
+QStringList actions(const QStringList& calls)
+{
+    QStringList result;
+    for (const QString& call : calls) {
+        if (!call.contains(u".Get"_s) && !call.contains(u".Is"_s))
+            result.append(call);
+    }
+    return result;
+}
+
+const QString kHeader =
+    u"No.\tItem S/N\tSample Pos.\tSample Name\tExp. Title\tUser ID\tStatus\tDate/Time"_s;
+
+} // namespace
+
+class TestSimulatedLab : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScriptedSeams> m_seams;
+    std::unique_ptr<ScaledClock> m_clock;
+    QtEventPump m_pump;
+    std::unique_ptr<DBusAutomation> m_automation;
+    AutomationBackend* m_previousAutomation = nullptr;
+    QTemporaryDir m_dir;
+
+    // The run log's lines, every date and time shown as "T".
+    QStringList logLines() const
+    {
+        QFile file(m_dir.filePath(u"run.log"_s));
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        static const QRegularExpression time(u"\\d+ \\w+ \\d{4} \\d\\d:\\d\\d:\\d\\d"_s);
+        return QString::fromLocal8Bit(file.readAll()).replace(time, u"T"_s).split(u"\r\n"_s);
+    }
+
+    // Connects as start-up does, fetching the lists from the set-up program.
+    void connectPrograms(qint16 mode)
+    {
+        gSampleControl = mode;
+        ConnectPrograms();
+        QVERIFY(gExpedra);
+        gExpTitles = gExpedra->GetExperimentTitles();
+        gSolvents = gExpedra->GetSolvents();
+    }
+
+    // The run under the guard every event handler has: a run-time error is reported and ends
+    // the program.
+    void runGuarded()
+    {
+        guarded([] { RunQueue(); });
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QLocale::setDefault(QLocale::c());
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(),
+                 "needs the private lab bus: run through CTest");
+    }
+
+    void init()
+    {
+        m_seams = std::make_unique<ScriptedSeams>();
+        m_clock = std::make_unique<ScaledClock>(kTimeScale);
+        installSeams({nullptr, nullptr, nullptr, m_clock.get(), &m_pump, nullptr});
+        m_automation = std::make_unique<DBusAutomation>(
+            QDBusConnection::sessionBus(), DBusAutomation::Timeouts{kCallTimeoutMs, 10000});
+        m_previousAutomation = installAutomation(m_automation.get());
+        resetStartupState();
+        resetSettingsState();
+        resetQueueState();
+        resetProgramLinks();
+        resetRunState();
+        gCurrentUserID = u"ann"_s;
+        QVERIFY(OpenLogFile(m_dir.filePath(u"run.log"_s), false));
+        gLogOn = true;
+    }
+
+    void cleanup()
+    {
+        gLogOn = false;
+        CloseLogFile();
+        resetProgramLinks();
+        installAutomation(m_previousAutomation);
+        m_automation.reset();
+        m_seams.reset();
+        m_clock.reset();
+    }
+
+    void connectingInEachMode_data()
+    {
+        QTest::addColumn<qint16>("mode");
+        QTest::addColumn<QStringList>("sampleCalls");
+        QTest::addColumn<QString>("sampleClass");
+        QTest::newRow("no sample handling") << qint16(0) << QStringList() << QString();
+        QTest::newRow("single-sample interface")
+            << qint16(1)
+            << QStringList{u"Tubelink.GetWindowHandle()"_s, u"Tubelink.CloseWindow()"_s}
+            << kTubelinkClass;
+        QTest::newRow("sample changer")
+            << qint16(2)
+            << QStringList{u"Changer.SetVisible(False)"_s, u"Changer.GetWindowHandle()"_s,
+                           u"Changer.ShowWindow(0)"_s}
+            << kSampleChangerClass;
+    }
+    void connectingInEachMode()
+    {
+        QFETCH(qint16, mode);
+        QFETCH(QStringList, sampleCalls);
+        QFETCH(QString, sampleClass);
+        SimulatedLab lab(kFastLab);
+        QVERIFY(lab.isReady());
+        QVERIFY(lab.startConsole());
+
+        gSampleControl = mode;
+        ConnectPrograms();
+        QVERIFY(m_seams->messageBoxes.shown.isEmpty());
+        // Each window command reached the program that reported the handle.
+        QCOMPARE(lab.calls(),
+                 QStringList({u"Expedra.SetShown(False)"_s, u"Expedra.GetWindowHandle()"_s,
+                              u"Expedra.ShowWindow(0)"_s})
+                     + sampleCalls);
+        QCOMPARE(qint64(gExpedraWnd), lab.processId(kExpedraClass));
+        for (const QString& other : {kTubelinkClass, kSampleChangerClass})
+            QCOMPARE(lab.isRunning(other), other == sampleClass);
+        const qint32 sampleWindow = mode == 1 ? gTubelinkWnd : gSampleChangerWnd;
+        QCOMPARE(qint64(sampleWindow), sampleClass.isEmpty() ? 0 : lab.processId(sampleClass));
+
+        // At the end the set-up program and the changer quit; the console and the
+        // single-sample interface stay.
+        lab.clearCalls();
+        ReleasePrograms();
+        QCOMPARE(lab.calls(), mode == 2 ? QStringList({u"Expedra.Quit()"_s, u"Changer.Quit()"_s})
+                                        : QStringList({u"Expedra.Quit()"_s}));
+        QVERIFY(lab.waitUntilGone(kExpedraClass));
+        if (mode == 2)
+            QVERIFY(lab.waitUntilGone(kSampleChangerClass));
+        QCOMPARE(lab.isRunning(kTubelinkClass), mode == 1);
+        QVERIFY(lab.isRunning(kConsoleClass));
+    }
+
+    void consoleNotRunning()
+    {
+        SimulatedLab lab(kFastLab);
+        QVERIFY(lab.isReady());
+        QVERIFY(endsProgram(ConnectPrograms));
+        QCOMPARE(m_seams->messageBoxes.shown, QList{box(u"Start Korvo application first."_s,
+                                                        MsgButtons::Ok, MsgIcon::Exclamation)});
+        for (const QString& program : {kExpedraClass, kConsoleClass})
+            QVERIFY(!lab.isRunning(program));
+        QVERIFY(lab.calls().isEmpty());
+    }
+
+    void programsThatCannotStart_data()
+    {
+        QTest::addColumn<qint16>("mode");
+        QTest::addColumn<QByteArray>("settings");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<bool>("ends");
+        QTest::newRow("set-up program")
+            << qint16(2) << fastLabWith({{u"Expedra"_s, u"Broken"_s, u"True"_s}})
+            << u"No OLE connection to Expedra program."_s << true;
+        QTest::newRow("sample changer")
+            << qint16(2) << fastLabWith({{u"Changer"_s, u"Broken"_s, u"True"_s}})
+            << u"No OLE connection to Sampel Changer program."_s << true;
+        QTest::newRow("single-sample interface, go on")
+            << qint16(1) << fastLabWith({{u"Tubelink"_s, u"Broken"_s, u"True"_s}})
+            << u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s << false;
+    }
+    void programsThatCannotStart()
+    {
+        QFETCH(qint16, mode);
+        QFETCH(QByteArray, settings);
+        QFETCH(QString, message);
+        QFETCH(bool, ends);
+        SimulatedLab lab(settings);
+        QVERIFY(lab.isReady() && lab.startConsole());
+        gSampleControl = mode;
+        if (!ends)
+            m_seams->messageBoxes.queueAnswer(MsgAnswer::Yes);
+        QCOMPARE(endsProgram(ConnectPrograms), ends);
+        QCOMPARE(m_seams->messageBoxes.shown.size(), 1);
+        QCOMPARE(m_seams->messageBoxes.shown.first().text, message);
+        QCOMPARE(gTubelinkWnd, 0);
+        QCOMPARE(gSampleChangerWnd, 0);
+    }
+
+    void sampleChangerRun()
+    {
+        SimulatedLab lab(kFastLab);
+        QVERIFY(lab.isReady() && lab.startConsole());
+        connectPrograms(2);
+        addItem(5, 0);
+        addItem(5, 1);
+        addItem(7, 2);
+        lab.clearCalls();
+        RunQueue();
+
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
+        QCOMPARE(gRunControls.startQueueCaption(), kRunAgainCaption);
+        QCOMPARE(logLines(),
+                 (QStringList{u"[Start Spinlane at T by ann]"_s, kHeader,
+                              u"001\tSN1\t5\tSample 1\tPROTON\tann\tDone\tT"_s,
+                              u"002\tSN2\t5\tSample 2\tCARBON\tann\tDone\tT"_s,
+                              u"003\tSN3\t7\tSample 3\tCOSY\tann\tDone\tT"_s,
+                              u"[Done Spinlane at T]"_s, QString(65, u'$'), QString(), QString()}));
+        const QString info = u"Expedra.SetSampleInfo(ann|Chem|Sample %1\\r\\ndesc|%2)"_s;
+        QCOMPARE(
+            actions(lab.calls()),
+            (QStringList{u"Expedra.ReleaseSample()"_s, u"Changer.EjectSample()"_s,
+                         // item 1
+                         u"Changer.LoadSample(5)"_s, u"Expedra.SetCurrentExperiment(0)"_s,
+                         u"Changer.SetSpinRate(20)"_s, u"Changer.SetSpin(True)"_s,
+                         u"Expedra.SetCurrentExperiment(0)"_s,
+                         info.arg(u"1"_s, u"Solvent: CDCl3"_s), u"Expedra.SetSolventIndex(0)"_s,
+                         u"Expedra.SetOutputFile(/data/1.kvd)"_s, u"Expedra.RunExperiment()"_s,
+                         // item 2: the same sample stays in the magnet
+                         u"Expedra.SetCurrentExperiment(1)"_s, u"Changer.SetSpinRate(20)"_s,
+                         u"Changer.SetSpin(True)"_s, u"Expedra.SetCurrentExperiment(1)"_s,
+                         info.arg(u"2"_s, u"Solvent: CDCl3"_s), u"Expedra.SetLockEnabled(False)"_s,
+                         u"Expedra.SetSetupEnabled(False)"_s, u"Expedra.SetSolventIndex(0)"_s,
+                         u"Expedra.SetOutputFile(/data/2.kvd)"_s, u"Expedra.RunExperiment()"_s,
+                         u"Expedra.ReleaseSample()"_s, u"Changer.EjectSample()"_s,
+                         // item 3
+                         u"Changer.LoadSample(7)"_s, u"Expedra.SetCurrentExperiment(2)"_s,
+                         u"Changer.SetSpinRate(20)"_s, u"Changer.SetSpin(True)"_s,
+                         u"Expedra.SetCurrentExperiment(2)"_s, info.arg(u"3"_s, QString()),
+                         u"Expedra.SetOutputFile(/data/3.kvd)"_s, u"Expedra.RunExperiment()"_s,
+                         u"Changer.EjectSample()"_s, u"Changer.SetSpinRate(20)"_s,
+                         u"Changer.SetSpin(True)"_s}));
+        // Each step waited for its program: every busy flag was seen to drop.
+        for (const QString& poll :
+             {u"Changer.IsLoading()"_s, u"Changer.IsEjecting()"_s,
+              u"Expedra.IsExperimentRunning()"_s, u"Changer.GetActualSpinRate()"_s})
+            QVERIFY2(lab.calls().contains(poll), qPrintable(poll));
+    }
+
+    void injectedFailures_data()
+    {
+        QTest::addColumn<QByteArray>("settings");
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<QStringList>("logEnd");
+        QTest::newRow("load") << fastLabWith({{u"Changer"_s, u"FailLoads"_s, u"7"_s}})
+                              << QStringList{u"Done"_s, u"Failed"_s, u"Done"_s}
+                              << QStringList{u"[Done Spinlane at T]"_s, QString(65, u'$')};
+        QTest::newRow("experiment") << fastLabWith({{u"Expedra"_s, u"FailRuns"_s, u"2"_s}})
+                                    << QStringList{u"Done"_s, u"Failed"_s, u"Done"_s}
+                                    << QStringList{u"[Done Spinlane at T]"_s, QString(65, u'$')};
+        QTest::newRow("eject") << fastLabWith({{u"Changer"_s, u"FailEjects"_s, u"5"_s}})
+                               << QStringList{u"Done"_s, u"Idle"_s, u"Idle"_s}
+                               << QStringList{
+                                      u"[Fatal error (ejecting failed)! Quit Spinlane at T]"_s,
+                                      QString(61, u'!')};
+    }
+    void injectedFailures()
+    {
+        QFETCH(QByteArray, settings);
+        QFETCH(QStringList, expected);
+        QFETCH(QStringList, logEnd);
+        SimulatedLab lab(settings);
+        QVERIFY(lab.isReady() && lab.startConsole());
+        connectPrograms(2);
+        addItem(5, 0);
+        addItem(7, 1);
+        addItem(9, 2);
+        RunQueue();
+        QCOMPARE(statuses(), expected);
+        QStringList lines = logLines();
+        QCOMPARE(lines.mid(lines.size() - 4, 2), logEnd);
+        for (int i = 0; i < expected.size(); ++i) {
+            if (expected.at(i) != u"Idle"_s)
+                QVERIFY(lines.at(2 + i).contains(u'\t' + expected.at(i) + u'\t'));
+        }
+        if (QTest::currentDataTag() == "load"_ba) {
+            // The sample that could not be loaded is ejected before the next one comes.
+            const QStringList calls = actions(lab.calls());
+            const qsizetype load = calls.indexOf(u"Changer.LoadSample(7)"_s);
+            QCOMPARE(calls.value(load + 1), u"Changer.EjectSample()"_s);
+        } else if (QTest::currentDataTag() == "eject"_ba) {
+            QCOMPARE(gRunControls.startQueueCaption(), kContinueCaption);
+            QCOMPARE(gCurrentQueueNum, 1);
+        }
+    }
+
+    void programKilledDuringRun()
+    {
+        // The queue comes from a settings file, as at start-up.
+        QTemporaryDir root;
+        gProgramDrive = root.path() + u'/';
+        gExeVersion = u"2.0.5"_s;
+        const QByteArray settingsBytes =
+            "[General]\r\nVersion Number=2.0.5\r\nSample Control=1\r\nTotal Queue Items=2\r\n"
+            "[Item 1]\r\nItem S/N=1\r\nSample Num=3\r\nSample Name=A\r\nSolvent=CDCl3\r\n"
+            "Exp Title Index=0\r\nUser ID=ann\r\nOutput File Path=/data/a.kvd\r\nStatus=Idle\r\n"
+            "[Item 2]\r\nItem S/N=2\r\nSample Num=4\r\nSample Name=B\r\nSolvent=CDCl3\r\n"
+            "Exp Title Index=1\r\nUser ID=ann\r\nOutput File Path=/data/b.kvd\r\nStatus=Idle\r\n";
+        const QString iniPath = defaultSettingsPath();
+        QVERIFY(QDir().mkpath(QFileInfo(iniPath).path()));
+        {
+            QFile file(iniPath);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(settingsBytes);
+        }
+        m_seams->settingsStore.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, iniPath);
+        LoadSettings();
+        for (qint32 n = 1; n <= gQueue.upperBound(); ++n) {
+            const qint32 row = gQueueList.add();
+            gQueueList.setText(row, formatQueueNumber(n));
+            gQueueList.setTag(row, n);
+            gQueueList.setSubItem(row, QueueList::StatusSubItem, gQueue(n).Status);
+        }
+
+        // The set-up program dies while its first experiment runs.
+        SimulatedLab lab(fastLabWith({{u"Expedra"_s, u"Crash"_s, u"IsExperimentRunning:1"_s}}));
+        QVERIFY(lab.isReady() && lab.startConsole());
+        connectPrograms(gSampleControl);
+        runGuarded();
+
+        QCOMPARE(m_seams->programEnd.ends, 1);
+        QCOMPARE(m_seams->messageBoxes.shown.size(), 1);
+        const MessageBoxRequest report = m_seams->messageBoxes.shown.first();
+        QCOMPARE(report.icon, MsgIcon::Critical);
+        QVERIFY2(
+            report.text.startsWith(u"Run-time error '-2147467259':\r\n\r\nAutomation error\r\n"_s),
+            qPrintable(report.text));
+        QVERIFY2(report.text.contains(u"org.freedesktop.DBus.Error.NoReply"_s),
+                 qPrintable(report.text));
+        QVERIFY(!lab.isRunning(kExpedraClass));
+        QCOMPARE(statuses(), (QStringList{u"In progress"_s, u"Idle"_s}));
+        // The program ended without saving: the settings file is as it was.
+        QFile file(iniPath);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), settingsBytes);
+    }
+
+    void programStopsAnswering()
+    {
+        SimulatedLab lab(fastLabWith({{u"Expedra"_s, u"Hang"_s, u"IsExperimentRunning:1"_s},
+                                      {u"Expedra"_s, u"HangSeconds"_s, u"30"_s}}));
+        QVERIFY(lab.isReady() && lab.startConsole());
+        connectPrograms(1);
+        addItem(1, 0);
+        QElapsedTimer timer;
+        timer.start();
+        runGuarded();
+        // The poll that found no answer is an error after its timeout, long before the
+        // program would answer again.
+        QVERIFY2(timer.elapsed() < 10000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(m_seams->programEnd.ends, 1);
+        QCOMPARE(m_seams->messageBoxes.shown.size(), 1);
+        QVERIFY2(m_seams->messageBoxes.shown.first().text.contains(
+                     u"org.freedesktop.DBus.Error.NoReply"_s),
+                 qPrintable(m_seams->messageBoxes.shown.first().text));
+        QVERIFY(lab.isRunning(kExpedraClass));
+        // A window command to the silent program gives up the same way, without an error.
+        timer.restart();
+        automation().ShowWindow(gExpedraWnd, WindowCommand::Show);
+        QVERIFY(timer.elapsed() < 10000);
+    }
+
+    void linksToThePrograms()
+    {
+        SimulatedLab lab(kFastLab);
+        QVERIFY(lab.isReady() && lab.startConsole());
+        QCOMPARE(errorNumber([] { automation().GetObject(kExpedraClass); }),
+                 RuntimeError::CannotCreateObject);
+        QCOMPARE(errorNumber([] { automation().CreateObject(u"Unknown.Program"_s); }),
+                 RuntimeError::CannotCreateObject);
+        connectPrograms(0);
+
+        // The lists end with one element that is not part of them.
+        QCOMPARE(gExpTitles, (QStringList{u"PROTON"_s, u"CARBON"_s, u"COSY"_s, QString()}));
+        QCOMPARE(gSolvents, (QStringList{u"CDCl3"_s, u"D2O"_s, u"DMSO"_s, QString()}));
+        // Attaching finds the running program rather than starting another one.
+        const qint64 pid = lab.processId(kExpedraClass);
+        const auto attached =
+            std::dynamic_pointer_cast<Expedra>(automation().GetObject(kExpedraClass));
+        QVERIFY(attached);
+        QCOMPARE(qint64(attached->GetWindowHandle()), pid);
+
+        // A call the program refuses is an automation error that carries its reason.
+        try {
+            gExpedra->SetCurrentExperiment(3);
+            QFAIL("no error raised");
+        } catch (const RuntimeError& error) {
+            QCOMPARE(error.number(), RuntimeError::AutomationError);
+            QVERIFY2(error.description().contains(u"There is no experiment 3."_s),
+                     qPrintable(error.description()));
+        }
+
+        // A handle nobody reported reaches no program.
+        lab.clearCalls();
+        automation().ShowWindow(gExpedraWnd + 1, WindowCommand::Show);
+        automation().CloseWindow(gExpedraWnd + 1);
+        QVERIFY(lab.calls().isEmpty());
+
+        // A link outlives its program only as an error: the bus does not start a new one.
+        gExpedra->Quit();
+        QVERIFY(lab.waitUntilGone(kExpedraClass));
+        QCOMPARE(errorNumber([] { gExpedra->IsExperimentRunning(); }),
+                 RuntimeError::AutomationError);
+        QVERIFY(!lab.isRunning(kExpedraClass));
+        // Creating it again starts a new process, which the old link does not reach.
+        automation().CreateObject(kExpedraClass);
+        QVERIFY(lab.isRunning(kExpedraClass));
+        QVERIFY(lab.processId(kExpedraClass) != pid);
+        lab.clearCalls();
+        QCOMPARE(errorNumber([] { gExpedra->IsExperimentRunning(); }),
+                 RuntimeError::AutomationError);
+        QVERIFY(lab.calls().isEmpty());
+    }
+
+    void sampleChangerTakesItsTime()
+    {
+        SimulatedLab lab("[Changer]\r\nReadySeconds=2\r\nLoadSeconds=0.3\r\nPositions=12\r\n"
+                         "SpinRamp=10\r\n");
+        QVERIFY(lab.isReady());
+        auto changer = std::dynamic_pointer_cast<SampleChanger>(
+            automation().CreateObject(kSampleChangerClass));
+        QVERIFY(changer);
+        QVERIFY(!changer->IsReady());
+        QTRY_VERIFY_WITH_TIMEOUT(changer->IsReady(), 10000);
+
+        changer->LoadSample(13); // beyond the carousel
+        QVERIFY(changer->IsLoading());
+        // A second motion while the first one runs is refused.
+        QCOMPARE(errorNumber([&] { changer->EjectSample(); }), RuntimeError::AutomationError);
+        QTRY_VERIFY(!changer->IsLoading());
+        QVERIFY(changer->GetLoadFailed());
+        changer->LoadSample(12);
+        QTRY_VERIFY(!changer->IsLoading());
+        QVERIFY(!changer->GetLoadFailed());
+
+        // The rate ramps towards the one set, 10 Hz per second, and back down when switched off.
+        changer->SetSpinRate(20);
+        QCOMPARE(changer->GetActualSpinRate(), 0.0);
+        changer->SetSpin(true);
+        QTest::qWait(100);
+        const double early = changer->GetActualSpinRate();
+        QVERIFY2(early > 0 && early < 20, qPrintable(QString::number(early)));
+        QTRY_COMPARE(changer->GetActualSpinRate(), 20.0);
+        changer->SetSpin(false);
+        QTRY_COMPARE(changer->GetActualSpinRate(), 0.0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSimulatedLab)
+#include "tst_simulatedlab.moc"
