@@ -104,6 +104,9 @@ std::optional<QueueItem> FirstItemWithSample(qint32 sampleNum)
 void CommitNewItem(qint16 position, QueueItem item)
 {
     item.Status = u"Idle"_s;
+    // An item always names an experiment: without a choice a new item takes the first.
+    if (item.ExpTitleIndex < 0)
+        item.ExpTitleIndex = 0;
     const qint32 n = gQueueList.count();
     if (n == 0) {
         const qint32 row = gQueueList.add();
@@ -142,8 +145,10 @@ void CommitEditedItem(const QueueItem& item)
         return;
     QueueItem& stored = gQueue(toInt32(leadingNumber(gQueueList.row(row).text)));
     const QString status = stored.Status;
+    const qint16 experiment = item.ExpTitleIndex < 0 ? stored.ExpTitleIndex : item.ExpTitleIndex;
     stored = item;
     stored.Status = status;
+    stored.ExpTitleIndex = experiment;
 
     gQueueList.setSubItem(row, QueueList::ItemSNSubItem, stored.ItemSN);
     gQueueList.setSubItem(row, QueueList::SampleNumSubItem, QString::number(stored.SampleNum));

@@ -30,9 +30,11 @@ QString GenerateItemSN();
 std::optional<QueueItem> FirstItemWithSample(qint32 sampleNum);
 
 // A new "Idle" item at queue number `position` (1 .. row count + 1), unchecked and selected.
+// Without an experiment chosen (index -1) it takes the first.
 void CommitNewItem(qint16 position, QueueItem item);
 
-// Stores the fields of `item` (its status aside) into the selected row's item.
+// Stores the fields of `item` (its status aside) into the selected row's item; without an
+// experiment chosen the item keeps its own.
 void CommitEditedItem(const QueueItem& item);
 
 // Asks about list row `index` and deletes it on Yes: the current number moves back when the item
