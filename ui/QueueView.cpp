@@ -260,6 +260,13 @@ void QueueView::drawRow(QPainter* painter, const QStyleOptionViewItem& option,
     painter->restore();
 }
 
+// F2 edits the current row's number, whichever of its cells has the focus.
+bool QueueView::edit(const QModelIndex& index, EditTrigger trigger, QEvent* event)
+{
+    const bool numberKey = trigger == EditKeyPressed && index.isValid();
+    return QTreeView::edit(numberKey ? index.siblingAtColumn(0) : index, trigger, event);
+}
+
 // The number typed over a row's number goes to the window, which moves the row; the list itself
 // takes no edits.
 void QueueView::commitData(QWidget* editor)

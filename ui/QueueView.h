@@ -30,6 +30,8 @@ public:
     // In hundredths of a millimetre; 0 hides the column.
     void setColumnWidthHundredthsMm(int column, int width);
 
+    using QTreeView::edit;
+
     bool isDragging() const { return m_dragging; }
     qint32 dropHighlight() const; // the list row a drop would land on; 0 for none
 
@@ -44,6 +46,7 @@ protected:
     void drawRow(QPainter* painter, const QStyleOptionViewItem& option,
                  const QModelIndex& index) const override;
     void commitData(QWidget* editor) override;
+    bool edit(const QModelIndex& index, EditTrigger trigger, QEvent* event) override;
 
 private:
     void showListSelection();
