@@ -183,12 +183,13 @@ private Q_SLOTS:
 
     void controlsCaptionsAndToolTips()
     {
-        frmSpinlane* form = start({});
+        frmSpinlane* form = start({}, {{u"AlwaysOnTop"_s, u"True"_s}});
         QVERIFY(form);
         program().logIn(u"ann"_s);
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         QVERIFY(dialog);
+        QVERIFY(dialog->windowFlags().testFlag(Qt::WindowStaysOnTopHint)); // as the main window
         // label, its text, whether bold, the field it names
         const QList<std::tuple<QString, QString, bool, QString>> labels{
             {u"lblOutputFile"_s, u"Output File Path:"_s, true, u"txtOutputFile"_s},
