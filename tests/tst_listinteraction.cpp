@@ -204,22 +204,12 @@ private Q_SLOTS:
         frmSpinlane* form = start(entries({u"Idle"_s, u"In progress"_s, u"Idle"_s, u"Idle"_s}),
                                   {{u"Current Queue Num"_s, u"2"_s}});
         QVERIFY(form);
-        QCOMPARE(form->updQueueItemUp->toolTip(), u"Change item queue order"_s);
-        select(1);
-        click(form->updQueueItemDown); // next to the running item
         select(3);
-        click(form->updQueueItemUp);
-        select(4);
-        click(form->updQueueItemDown); // the last row
+        click(form->updQueueItemUp); // next to the running item
         QCOMPARE(sampleNames(), names({1, 2, 3, 4}));
-
-        select(3);
         click(form->updQueueItemDown);
         QCOMPARE(sampleNames(), names({1, 2, 4, 3}));
-        QCOMPARE(gQueueList.selectedIndex(), 4);
-        QCOMPARE(list()->currentIndex().row(), 3);
-        click(form->updQueueItemUp);
-        QCOMPARE(sampleNames(), names({1, 2, 3, 4}));
+        QCOMPARE(list()->currentIndex().row(), 3); // the selection moves with it
     }
 
     void typingAQueueNumber()
