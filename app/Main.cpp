@@ -6,6 +6,7 @@
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/desktop/DesktopSeams.h"
+#include "queue/QueueEditing.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
@@ -14,6 +15,7 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "runner/WaitForSampleChanger.h"
+#include "ui/ItemDialogControl.h"
 #include "ui/Login.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
@@ -40,8 +42,8 @@ void Main(const QStringList& arguments)
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
     LoadSettings();
     ConnectPrograms();
-    gExpTitles = linked(gExpedra).GetExperimentTitles();
-    gSolvents = linked(gExpedra).GetSolvents();
+    RefreshExperimentTitles();
+    RefreshSolvents();
     frmSpinlane& form = LoadMainForm();
     form.show();
     InitMainWindow(form);
@@ -82,6 +84,7 @@ void resetProgramState()
     resetStartupState();
     resetSettingsState();
     resetQueueState();
+    resetEditingState();
     resetProgramLinks();
     resetRunState();
     resetSession();

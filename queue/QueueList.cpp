@@ -138,7 +138,24 @@ void QueueList::setForeColor(qint32 index, quint32 color)
     rowChanged(index);
 }
 
+void QueueList::selectOnly(qint32 index)
+{
+    row(index);
+    for (QueueRow& r : m_rows)
+        r.selected = false;
+    rowRef(index).selected = true;
+    m_selected = index;
+    rowsChanged(1, count());
+}
+
 qint32 QueueList::selectedIndex() const { return m_selected; }
+
+qint32 QueueList::firstSelectedRow() const
+{
+    const auto found =
+        std::find_if(m_rows.begin(), m_rows.end(), [](const QueueRow& r) { return r.selected; });
+    return found == m_rows.end() ? 0 : qint32(found - m_rows.begin()) + 1;
+}
 
 void QueueList::sortByColumn(int sortKey)
 {
@@ -215,6 +232,7 @@ QVariant QueueList::data(const QModelIndex& index, int role) const
     const int column = index.column();
     switch (role) {
     case Qt::DisplayRole:
+    case Qt::EditRole:
         return column == QueueNumColumn ? r.text : r.subItems[std::size_t(column - 1)];
     case Qt::CheckStateRole:
         if (column == QueueNumColumn)
@@ -262,8 +280,10 @@ Qt::ItemFlags QueueList::flags(const QModelIndex& index) const
     if (!isCell(*this, index))
         return Qt::NoItemFlags;
     Qt::ItemFlags result = Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+    // The queue number can be typed over in place. The model takes no edits itself: the view hands
+    // a typed number to the window, and a click on a check box changes nothing.
     if (index.column() == QueueNumColumn)
-        result |= Qt::ItemIsUserCheckable;
+        result |= Qt::ItemIsUserCheckable | Qt::ItemIsEditable;
     return result;
 }
 

@@ -70,12 +70,16 @@ public:
     void setChecked(qint32 index, bool checked);
     // Selecting a row also makes it the list's selected row; other rows keep their marks.
     void setSelected(qint32 index, bool selected);
+    // The row becomes the only selected one.
+    void selectOnly(qint32 index);
     void setBold(qint32 index, bool bold);
     void setGhosted(qint32 index, bool ghosted);
     void setForeColor(qint32 index, quint32 color);
 
     // The list's selected row (the one the status bar describes); 0 when there is none.
     qint32 selectedIndex() const;
+    // The first row with a selection mark; 0 when there is none.
+    qint32 firstSelectedRow() const;
 
     // Re-sorts the rows ascending by the text of column sortKey (0 = the row text), comparing
     // texts as text without regard to case. Rows with equal texts keep their order: moving a row

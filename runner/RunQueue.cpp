@@ -157,7 +157,7 @@ void RunQueue()
         const qint32 n = ++gCurrentQueueNum;
         const qint32 row = FindQueueRow(n);
         gQueueList.setChecked(row, true);
-        gQueueList.setSelected(row, true);
+        gQueueList.selectOnly(row);
         UpdateSelectionStatus();
         if (gQueueList.subItem(row, QueueList::StatusSubItem) == u"Done"_s)
             continue;

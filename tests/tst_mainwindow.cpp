@@ -284,7 +284,7 @@ private Q_SLOTS:
         QCOMPARE(form->stbPanels[1]->text(), u"PROTON"_s);
 
         // The runner's selection shows in the list.
-        gQueueList.setSelected(2, true);
+        gQueueList.selectOnly(2);
         QCOMPARE(list->selectionModel()->selectedRows(), QModelIndexList{gQueueList.index(1, 0)});
     }
 

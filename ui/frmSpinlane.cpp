@@ -6,11 +6,14 @@
 #include "app/Settings.h"
 #include "app/Startup.h"
 #include "app/wait_in_seconds.h"
+#include "queue/QueueEditing.h"
+#include "queue/QueueReorder.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunControls.h"
 #include "runner/RunQueue.h"
+#include "ui/ItemDialogControl.h"
 #include "ui/Login.h"
 #include "ui/QueueView.h"
 #include "ui/Twips.h"
@@ -22,6 +25,7 @@
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
@@ -128,20 +132,18 @@ void frmSpinlane::createControls()
     cmdStartOver = designed<QPushButton>(client, u"cmdStartOver"_s, 5610, 5340, 1800, 510);
     cmdStartOver->setText(u"Start Over"_s);
 
-    // Right of the list.
+    // Right of the list. Add and Delete follow the list's right edge as the window is resized; Edit
+    // keeps its place, above the list, which may grow under it.
     cmdAdd = designed<QPushButton>(client, u"cmdAdd"_s, 10440, 120, 1440, 450);
     cmdAdd->setText(u"&Add"_s);
     cmdAdd->setToolTip(u"Add a new item"_s);
-    cmdDelete = designed<QPushButton>(client, u"cmdDelete"_s, 10440, 660, 1440, 450);
+    cmdEdit = designed<QPushButton>(client, u"cmdEdit"_s, 10440, 660, 1440, 450);
+    cmdEdit->setText(u"&Edit"_s);
+    cmdDelete = designed<QPushButton>(client, u"cmdDelete"_s, 10440, 1200, 1440, 450);
     cmdDelete->setText(u"&Delete"_s);
     cmdDelete->setToolTip(u"Delete the selected item"_s);
-    // The resize rules never move the Edit button: shown, the list would grow over it. Editing is
-    // reached through the menus.
-    cmdEdit = designed<QPushButton>(client, u"cmdEdit"_s, 10440, 1200, 1440, 450);
-    cmdEdit->setText(u"&Edit"_s);
-    cmdEdit->hide();
 
-    updQueueItem = designed<QWidget>(client, u"updQueueItem"_s, 10950, 1260, 420, 900);
+    updQueueItem = designed<QWidget>(client, u"updQueueItem"_s, 10950, 1800, 420, 900);
     updQueueItem->setToolTip(u"Change item queue order"_s);
     auto* arrows = new QVBoxLayout(updQueueItem);
     arrows->setContentsMargins(0, 0, 0, 0);
@@ -157,9 +159,22 @@ void frmSpinlane::createControls()
         arrows->addWidget(*button);
     }
 
+    cmdEdit->raise();
+
     connect(cmdStartQueue, &QPushButton::clicked, this, [this] { cmdStartQueue_Click(); });
     connect(cmdStartOver, &QPushButton::clicked, this, [this] { cmdStartOver_Click(); });
     connect(chkEntireQueue, &QCheckBox::clicked, this, [this] { chkEntireQueue_Click(); });
+    connect(cmdAdd, &QPushButton::clicked, this, [this] { cmdAdd_Click(); });
+    connect(cmdEdit, &QPushButton::clicked, this, [this] { cmdEdit_Click(); });
+    connect(cmdDelete, &QPushButton::clicked, this, [this] { cmdDelete_Click(); });
+    connect(updQueueItemUp, &QToolButton::clicked, this, [this] { updQueueItem_UpClick(); });
+    connect(updQueueItemDown, &QToolButton::clicked, this, [this] { updQueueItem_DownClick(); });
+    connect(lvwSpinlane->header(), &QHeaderView::sectionClicked, this,
+            [this](int column) { lvwSpinlane_ColumnClick(column); });
+    connect(lvwSpinlane, &QueueView::queueNumberTyped, this,
+            [this](const QString& text) { lvwSpinlane_AfterLabelEdit(text); });
+    connect(lvwSpinlane, &QueueView::popupRequested, this,
+            [this](const QPoint& position) { menubarMenu(110)->popup(position); });
 }
 
 void frmSpinlane::createLoginPanel()
@@ -219,7 +234,7 @@ void frmSpinlane::createMenus()
     addSeparator(file, mnuFile, 45);
     addItem(file, mnuFile, 46, u"&Log out"_s);
     addItem(file, mnuFile, 50, u"E&xit"_s);
-    for (int index : {46, 50})
+    for (int index : {5, 10, 20, 30, 46, 50})
         connect(menuItem(mnuFile, index), &QAction::triggered, this,
                 [this, index] { mnuFile_Click(index); });
 
@@ -268,6 +283,9 @@ void frmSpinlane::createMenus()
     addItem(popup, mnuPopup, 10, u"Delete"_s);
     addSeparator(popup, mnuPopup, 15);
     addItem(popup, mnuPopup, 20, u"Properties"_s);
+    for (int index : {3, 5, 10, 20})
+        connect(menuItem(mnuPopup, index), &QAction::triggered, this,
+                [this, index] { mnuPopup_Click(index); });
 }
 
 void frmSpinlane::createStatusBar()
@@ -417,6 +435,67 @@ void frmSpinlane::cmdStartOver_Click()
     });
 }
 
+// Editing the queue ----------------------------------------------------------------------------
+
+// Edit, Delete and Properties need an item; Add always acts.
+void frmSpinlane::editSelectedItem()
+{
+    if (gQueueList.count() >= 1)
+        EditSelectedItem();
+}
+
+void frmSpinlane::deleteSelectedItems()
+{
+    if (gQueueList.count() >= 1)
+        DeleteSelectedItems();
+}
+
+void frmSpinlane::showItemProperties()
+{
+    if (gQueueList.count() >= 1)
+        ShowItemProperties();
+}
+
+void frmSpinlane::cmdAdd_Click()
+{
+    guarded([] { AddQueueItem(); });
+}
+
+void frmSpinlane::cmdEdit_Click()
+{
+    guarded([this] { editSelectedItem(); });
+}
+
+void frmSpinlane::cmdDelete_Click()
+{
+    guarded([this] { deleteSelectedItems(); });
+}
+
+void frmSpinlane::updQueueItem_UpClick()
+{
+    guarded([] { MoveSelectedRow(-1); });
+}
+
+void frmSpinlane::updQueueItem_DownClick()
+{
+    guarded([] { MoveSelectedRow(+1); });
+}
+
+void frmSpinlane::lvwSpinlane_AfterLabelEdit(const QString& newText)
+{
+    guarded([&newText] { RenumberSelectedRow(newText); });
+}
+
+// The number column puts the rows back in queue order; any other column only shows them in its
+// order, which leaves the run order as it is. Not while the queue runs.
+void frmSpinlane::lvwSpinlane_ColumnClick(int column)
+{
+    guarded([column] {
+        if (gRunControls.startQueueCaption() != kStopCaption)
+            SyncQueueFromList(qint16(column));
+    });
+}
+
 // Closing --------------------------------------------------------------------------------------
 
 void frmSpinlane::closeEvent(QCloseEvent* event)
@@ -458,10 +537,28 @@ void frmSpinlane::resizeEvent(QResizeEvent* event)
 void frmSpinlane::mnuFile_Click(int index)
 {
     guarded([this, index] {
-        if (index == 46)
-            Logout(*this);
-        else if (index == 50)
-            close();
+        switch (index) {
+        case 5: AddQueueItem(); break;
+        case 10: editSelectedItem(); break;
+        case 20: deleteSelectedItems(); break;
+        case 30: showItemProperties(); break;
+        case 46: Logout(*this); break;
+        case 50: close(); break;
+        default: break;
+        }
+    });
+}
+
+void frmSpinlane::mnuPopup_Click(int index)
+{
+    guarded([this, index] {
+        switch (index) {
+        case 3: AddQueueItem(); break;
+        case 5: editSelectedItem(); break;
+        case 10: deleteSelectedItems(); break;
+        case 20: showItemProperties(); break;
+        default: break;
+        }
     });
 }
 

@@ -44,7 +44,15 @@ public:
     void cmdEnter_Click();
     void cmdExit_Click();
     void txtUserID_Change();
+    void cmdAdd_Click();
+    void cmdEdit_Click();
+    void cmdDelete_Click();
+    void updQueueItem_UpClick();
+    void updQueueItem_DownClick();
+    void lvwSpinlane_AfterLabelEdit(const QString& newText);
+    void lvwSpinlane_ColumnClick(int column);
     void mnuFile_Click(int index);
+    void mnuPopup_Click(int index);
     void mnuPrefs_Click(int index);
     void mnuQueueLayout_Click(int index);
     void mnuHelp_Click(int index);
@@ -87,6 +95,9 @@ private:
     void Form_Unload(QCloseEvent* event);
     void setLogEnabled(QAction* item);
     void setExpQueueOnly(bool on);
+    void editSelectedItem();
+    void deleteSelectedItems();
+    void showItemProperties();
 };
 
 // The one main window of the program, while it exists.

@@ -26,6 +26,13 @@ ProgramFixture::~ProgramFixture()
 frmSpinlane* ProgramFixture::start(const QByteArray& settings, const QStringList& arguments)
 {
     writeFile(iniPath(), settings);
+    return restart(arguments);
+}
+
+frmSpinlane* ProgramFixture::restart(const QStringList& arguments)
+{
+    resetProgramState();
+    form = nullptr;
     seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
     seams.fileDialogs.queueChoice(iniPath());
     if (endsProgram([&] { Main(arguments); }))

@@ -1,5 +1,6 @@
 // Writes PNG pictures of the main window under the offscreen platform: the login panel, the
-// queue with an item of every status, and the window enlarged, each at 96 dpi and at twice that.
+// queue with an item of every status, the window enlarged, and the item dialog adding an item
+// and showing one, each at 96 dpi and at twice that.
 // The laboratory programs are the test fakes, so nothing outside this process is touched.
 //
 //     spinlane-screenshots [OUTPUT-FOLDER]     (default: screenshots)
@@ -7,12 +8,16 @@
 #include "app/Seams.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
+#include "queue/QueueStore.h"
 #include "runner/RunControls.h"
 #include "support/FakePrograms.h"
 #include "support/ScriptedSeams.h"
+#include "ui/ItemDialogControl.h"
+#include "ui/frmItemDialog.h"
 #include "ui/frmSpinlane.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QImage>
 #include <QLineEdit>
@@ -124,6 +129,24 @@ int main(int argc, char* argv[])
 
     form->resize(form->width() + 240, form->height() + 160);
     ok = save(*form, folder, u"queue-larger"_s) && ok;
+
+    // A new item for a queued sample, with an experiment that needs the lock.
+    messageBoxes.queueAnswer(MsgAnswer::No); // "Do you want to insert an item?"
+    form->cmdAdd->click();
+    frmItemDialog* dialog = ItemDialog();
+    if (!dialog)
+        return 1;
+    dialog->txtSampleNum->setText(u"5"_s);
+    dialog->cboExpList->setCurrentIndex(1);
+    dialog->cboSolList->setCurrentIndex(0);
+    dialog->txtOutputFile->setText(u"/korvo/Data/carla/vanillin-9.kvd"_s);
+    ok = save(*dialog, folder, u"item-dialog"_s) && ok;
+
+    gQueueList.selectOnly(4);
+    ShowItemProperties();
+    if (!(dialog = ItemDialog()))
+        return 1;
+    ok = save(*dialog, folder, u"item-properties"_s) && ok;
     DeleteMainForm();
     releaseInstanceLock();
     return ok ? 0 : 1;

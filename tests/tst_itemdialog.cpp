@@ -1,0 +1,601 @@
+#include "app/Conversions.h"
+#include "app/Startup.h"
+#include "queue/QueueList.h"
+#include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
+#include "support/ProgramFixture.h"
+#include "ui/ItemDialogControl.h"
+#include "ui/QueueView.h"
+#include "ui/frmItemDialog.h"
+#include "ui/frmSpinlane.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QToolButton>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+void click(QWidget* widget) { QTest::mouseClick(widget, Qt::LeftButton); }
+
+QStringList entries(const QComboBox* list)
+{
+    QStringList result;
+    for (int i = 0; i < list->count(); ++i)
+        result.append(list->itemText(i));
+    return result;
+}
+
+QStringList sampleNames()
+{
+    QStringList result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(gQueue(i).SampleName);
+    return result;
+}
+
+void typeInto(QLineEdit* box, const QString& text)
+{
+    box->clear();
+    QTest::keyClicks(box, text);
+}
+
+const QString kConfigureMessage =
+    u"Jump to Expedra program for experiment configurations. \r\n"
+    u"After completing each experiment configuration, \r\n"
+    u"be sure to click on Finish to save it individually at the end."_s;
+
+} // namespace
+
+class TestItemDialog : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ProgramFixture> m_program;
+    ProgramFixture& program() { return *m_program; }
+    ScriptedSeams& seams() { return m_program->seams; }
+    FakeLab& lab() { return m_program->lab; }
+
+    frmSpinlane* start(const QList<QueueEntry>& items,
+                       const QList<std::pair<QString, QString>>& general = {})
+    {
+        frmSpinlane* form = program().start(settingsFile(items, general));
+        if (form)
+            lab().log.clear();
+        return form;
+    }
+
+    // Selects list row `row` as the user does, with a click.
+    void select(frmSpinlane* form, int row, Qt::KeyboardModifiers modifiers = {})
+    {
+        QueueView* list = form->lvwSpinlane;
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, modifiers,
+                          list->visualRect(gQueueList.index(row - 1, 1)).center());
+    }
+
+    frmItemDialog* openFromMenu(frmSpinlane* form, int index)
+    {
+        form->menuItem(u"mnuFile"_s, index)->trigger();
+        return ItemDialog();
+    }
+
+private Q_SLOTS:
+    void init() { m_program = std::make_unique<ProgramFixture>(); }
+    void cleanup() { m_program.reset(); }
+
+    void addingAndInserting()
+    {
+        frmSpinlane* form = start({}, {{u"Total Queue Items"_s, u"0"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        form->txtOrg->setText(u"  Chem Lab  "_s);
+        seams().time.setNow(QDateTime(QDate(2026, 11, 22), QTime(9, 0)));
+
+        click(form->cmdAdd); // an empty queue: no question
+        frmItemDialog* dialog = ItemDialog();
+        QVERIFY(dialog && dialog->isVisible() && !dialog->isModal());
+        QCOMPARE(dialog->windowTitle(), u"Spinlane Item Dialog"_s);
+        QCOMPARE(dialog->fraDialog->title(), u"Add Spinlane Item"_s);
+        QCOMPARE(dialog->txtSpinlaneNum->text(), u"001"_s);
+        QCOMPARE(dialog->txtItemSN->text(), u"83848"_s);
+        QCOMPARE(dialog->txtStatus->text(), u"Idle"_s);
+        QVERIFY(!dialog->txtStatus->isEnabled());
+        QCOMPARE(dialog->txtUserID->text(), u"ann"_s);
+        QVERIFY(dialog->txtUserID->isReadOnly());
+        QCOMPARE(dialog->txtOrg->text(), u"Chem Lab"_s);
+        // Single-sample mode has no sample position.
+        QVERIFY(dialog->txtSampleNum->isHidden());
+        QVERIFY(!dialog->lblSampleNum->isEnabled());
+
+        typeInto(dialog->txtSampleName, u"Menthol"_s);
+        dialog->cboExpList->setCurrentIndex(1);
+        dialog->cboSolList->setCurrentIndex(1);
+        dialog->txtOutputFile->setText(u"/data/menthol.kvd"_s);
+        click(dialog->cmdOK);
+        QVERIFY(!ItemDialog());
+        const QueueItem menthol{u"83848"_s,
+                                0,
+                                u"Menthol"_s,
+                                {},
+                                u"D2O"_s,
+                                1,
+                                u"ann"_s,
+                                u"Chem Lab"_s,
+                                u"/data/menthol.kvd"_s,
+                                u"Idle"_s};
+        QCOMPARE(gQueue(1), menthol);
+        const QueueRow& row = gQueueList.row(1);
+        QCOMPARE(row.text, u"001"_s);
+        QCOMPARE(row.subItems[QueueList::ExpTitleSubItem - 1], u"CARBON"_s);
+        QCOMPARE(row.subItems[QueueList::StatusSubItem - 1], u"Idle"_s);
+        QCOMPARE(form->stbPanels[0]->text(), u"Menthol"_s);
+
+        // One item, nothing run yet: Yes puts the new one before it.
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        click(form->cmdAdd);
+        dialog = ItemDialog();
+        QCOMPARE(dialog->txtSpinlaneNum->text(), u"001"_s);
+        typeInto(dialog->txtSampleName, u"Caffeine"_s);
+        click(dialog->cmdOK);
+        QCOMPARE(sampleNames(), (QStringList{u"Caffeine"_s, u"Menthol"_s}));
+        QCOMPARE(gQueueList.selectedIndex(), 1);
+
+        // Cancel writes nothing.
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        click(form->cmdAdd);
+        typeInto(ItemDialog()->txtSampleName, u"Dropped"_s);
+        click(ItemDialog()->cmdCancel);
+        QVERIFY(!ItemDialog());
+        QCOMPARE(gQueueList.count(), 2);
+    }
+
+    void queueSurvivesARestart()
+    {
+        frmSpinlane* form = start({{}, {}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd); // row 2 of 2 selected: at the end, no question
+        typeInto(ItemDialog()->txtSampleName, u"Third"_s);
+        click(ItemDialog()->cmdOK);
+        select(form, 1);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        click(form->cmdAdd);
+        QCOMPARE(ItemDialog()->txtSpinlaneNum->text(), u"002"_s);
+        typeInto(ItemDialog()->txtSampleName, u"Inserted"_s);
+        click(ItemDialog()->cmdOK);
+        const QStringList names{u"Sample 1"_s, u"Inserted"_s, u"Sample 2"_s, u"Third"_s};
+        QCOMPARE(sampleNames(), names);
+        QVERIFY(form->close());
+        QCOMPARE(seams().programEnd.ends, 1);
+
+        form = program().restart();
+        QVERIFY(form);
+        QCOMPARE(gQueueList.count(), 4);
+        QCOMPARE(sampleNames(), names);
+        QCOMPARE(gQueueList.row(4).subItems[QueueList::StatusSubItem - 1], u"Idle"_s);
+    }
+
+    void controlsCaptionsAndToolTips()
+    {
+        frmSpinlane* form = start({}, {{u"AlwaysOnTop"_s, u"True"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        QVERIFY(dialog);
+        QVERIFY(dialog->windowFlags().testFlag(Qt::WindowStaysOnTopHint)); // as the main window
+        // label, its text, whether bold, the field it names
+        const QList<std::tuple<QString, QString, bool, QString>> labels{
+            {u"lblOutputFile"_s, u"Output File Path:"_s, true, u"txtOutputFile"_s},
+            {u"lblItemSN"_s, u"Item S/N:"_s, false, u"txtItemSN"_s},
+            {u"lblSolSel"_s, u"Solvent:"_s, true, u"cboSolList"_s}, // PROTON needs the lock
+            {u"lblExpTitle"_s, u"Exp. Title:"_s, true, u"cboExpList"_s},
+            {u"lblSpinlaneNum"_s, u"Spinlane No.:"_s, false, u"txtSpinlaneNum"_s},
+            {u"lblSampleName"_s, u"Sample Name:"_s, false, u"txtSampleName"_s},
+            {u"lblSampleNum"_s, u"Sample No.:"_s, true, u"txtSampleNum"_s},
+            {u"lblSampleDes"_s, u"Sample Description:"_s, false, u"txtSampleDes"_s},
+            {u"lblUserID"_s, u"User ID:"_s, false, u"txtUserID"_s},
+            {u"lblStatus"_s, u"Status:"_s, false, u"txtStatus"_s},
+            {u"lblOrg"_s, u"Organization:"_s, false, u"txtOrg"_s},
+            {u"lblSolRequired"_s, u"Solvent Required."_s, false, {}},
+            {u"lblNote"_s, u"* * * Bold text fields are mandatory entries! * * *"_s, true, {}}};
+        for (const auto& [name, text, bold, field] : labels) {
+            auto* label = dialog->findChild<QLabel*>(name);
+            QVERIFY2(label, qPrintable(name));
+            QCOMPARE(label->text(), text);
+            QCOMPARE(label->font().bold(), bold);
+            QCOMPARE(label->buddy() ? label->buddy()->objectName() : QString(), field);
+        }
+        const QList<std::pair<QString, QString>> toolTips{
+            {u"cmdConfig"_s, u"Jump to Expedra program to configure exp. list."_s},
+            {u"txtItemSN"_s, u"Generate S/N automatically"_s},
+            {u"cmdDetail"_s, u"Exp. Detail"_s},
+            {u"cboSolList"_s, u"Select from list if lock process is required."_s},
+            {u"cboExpList"_s, u"Choose from available experiments only."_s},
+            {u"cmdUpdate"_s, u"Update experiments list"_s},
+            {u"cmdOutputFile"_s, u"Open directory"_s}};
+        for (const auto& [name, toolTip] : toolTips) {
+            auto* control = dialog->findChild<QWidget*>(name);
+            QVERIFY2(control, qPrintable(name));
+            QCOMPARE(control->toolTip(), toolTip);
+        }
+        QCOMPARE(dialog->cmdOK->text(), u"OK"_s);
+        QCOMPARE(dialog->cmdCancel->text(), u"Cancel"_s);
+        QCOMPARE(dialog->cmdConfig->text(), u"Configure"_s);
+        QCOMPARE(dialog->cmdUpdate->text(), u"Update"_s);
+    }
+
+    void queueNumberField()
+    {
+        frmSpinlane* form = start(QList<QueueEntry>(10), {{u"Current Queue Num"_s, u"4"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No); // row 4 of 10: add at the end
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        QLineEdit* number = dialog->txtSpinlaneNum;
+        QCOMPARE(number->text(), u"011"_s);
+
+        for (const auto& [typed, shown] : {std::pair{u"3"_s, u"005"_s}, {u"7"_s, u"007"_s}}) {
+            typeInto(number, typed);
+            QTest::keyClick(number, Qt::Key_Return);
+            QCOMPARE(number->text(), shown);
+        }
+        QVERIFY(dialog->isVisible()); // Enter presses no button
+
+        // Leaving the field tidies a new item's number too.
+        dialog->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(dialog));
+        number->setFocus();
+        typeInto(number, u"25"_s);
+        dialog->txtSampleName->setFocus();
+        QCOMPARE(number->text(), u"011"_s);
+        number->setFocus();
+        typeInto(number, u"8"_s);
+        const QString serial = dialog->txtItemSN->text();
+        click(dialog->cmdOK);
+        QCOMPARE(gQueue(8).ItemSN, serial);
+        QCOMPARE(gQueueList.selectedIndex(), 8);
+        QCOMPARE(gQueueList.count(), 11);
+
+        // Editing: only Enter tidies the (locked) number; leaving the field does not.
+        select(form, 2);
+        dialog = openFromMenu(form, 10);
+        QCOMPARE(dialog->fraDialog->title(), u"Edit Selected Item"_s);
+        dialog->txtSpinlaneNum->setText(u"1"_s);
+        QFocusEvent leave(QEvent::FocusOut, Qt::TabFocusReason);
+        QApplication::sendEvent(dialog->txtSpinlaneNum, &leave);
+        QCOMPARE(dialog->txtSpinlaneNum->text(), u"1"_s);
+        dialog->txtSpinlaneNum_KeyPress(13);
+        QCOMPARE(dialog->txtSpinlaneNum->text(), u"005"_s);
+    }
+
+    void sampleNumberLookUp()
+    {
+        frmSpinlane* form = start({{u"Idle"_s, 7, 0, u"bob"_s, u"Physics"_s},
+                                   {u"Idle"_s, 3, 0, u"ann"_s, u"Chem"_s},
+                                   {u"Idle"_s, 7, 0, u"carla"_s, u"Bio"_s}},
+                                  {{u"Sample Control"_s, u"2"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        form->txtOrg->setText(u"Chem Lab"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        QVERIFY(!dialog->txtSampleNum->isHidden()); // a sample changer and its positions
+
+        QTest::keyClicks(dialog->txtSampleNum, u"7"_s);
+        QCOMPARE(dialog->txtSampleName->text(), u"Sample 1"_s);
+        QCOMPARE(dialog->txtUserID->text(), u"bob"_s);
+        QCOMPARE(dialog->txtOrg->text(), u"Physics"_s);
+
+        QTest::keyClicks(dialog->txtSampleNum, u"9"_s); // 79: in no item
+        QCOMPARE(dialog->txtSampleName->text(), QString());
+        QCOMPARE(dialog->txtSampleDes->text(), QString());
+        QCOMPARE(dialog->txtUserID->text(), u"ann"_s);
+        QCOMPARE(dialog->txtOrg->text(), u"Chem Lab"_s);
+
+        // Letters cannot be typed, nor a number too large for a position.
+        typeInto(dialog->txtSampleNum, u"12x34567890123"_s);
+        QCOMPARE(dialog->txtSampleNum->text(), u"123456789"_s);
+    }
+
+    void sampleNumberFieldByMode_data()
+    {
+        QTest::addColumn<QString>("sampleControl");
+        QTest::addColumn<QString>("expQueueOnly");
+        QTest::addColumn<bool>("shown");
+        QTest::newRow("single sample") << u"1"_s << u"False"_s << false;
+        QTest::newRow("changer, experiments only") << u"2"_s << u"True"_s << false;
+        QTest::newRow("changer") << u"2"_s << u"False"_s << true;
+    }
+
+    void sampleNumberFieldByMode()
+    {
+        QFETCH(QString, sampleControl);
+        QFETCH(QString, expQueueOnly);
+        QFETCH(bool, shown);
+        frmSpinlane* form =
+            start({}, {{u"Sample Control"_s, sampleControl}, {u"ExpQueueOnly"_s, expQueueOnly}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        QCOMPARE(ItemDialog()->txtSampleNum->isVisible(), shown);
+        QCOMPARE(ItemDialog()->lblSampleNum->isEnabled(), shown);
+    }
+
+    void outputFileChoice()
+    {
+        frmSpinlane* form = start({{}, {}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        dialog->txtOutputFile->setText(u"/data/old.kvd"_s);
+
+        seams().fileDialogs.queueChoice({}); // cancelled
+        click(dialog->cmdOutputFile);
+        const FileDialogRequest request{u"Choose a Location & Enter a File Name:"_s,
+                                        u"(*.kvd)|*.kvd|(*.*)|*.*"_s, OverwritePrompt,
+                                        korvoPath(u"Data/*.kvd"_s)};
+        QCOMPARE(seams().fileDialogs.saved, QList{request});
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(u"No new file was entered."_s, MsgButtons::Ok, MsgIcon::Exclamation)});
+        QCOMPARE(dialog->txtOutputFile->text(), QString());
+
+        seams().fileDialogs.queueChoice(u"/data/new.kvd"_s);
+        click(dialog->cmdOutputFile);
+        QCOMPARE(dialog->txtOutputFile->text(), u"/data/new.kvd"_s);
+
+        // An existing item offers its own file first.
+        select(form, 1);
+        dialog = openFromMenu(form, 10);
+        seams().fileDialogs.queueChoice(u"/data/other.kvd"_s);
+        click(dialog->cmdOutputFile);
+        QCOMPARE(seams().fileDialogs.saved.last().fileName, u"/data/1.kvd"_s);
+        QCOMPARE(dialog->txtOutputFile->text(), u"/data/other.kvd"_s);
+    }
+
+    void experimentListsAndLockMarking()
+    {
+        lab().expedra->lockRequired = {0};
+        frmSpinlane* form = start({});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        // The element at each list's upper bound is never shown.
+        QCOMPARE(entries(dialog->cboExpList), (QStringList{u"PROTON"_s, u"CARBON"_s}));
+        QCOMPARE(entries(dialog->cboSolList), (QStringList{u"CDCl3"_s, u"D2O"_s}));
+        QCOMPARE(dialog->cboExpList->currentIndex(), 0);
+        QCOMPARE(dialog->cboSolList->currentIndex(), -1);
+        QVERIFY(dialog->lblSolRequired->isVisible());
+        QVERIFY(dialog->lblSolSel->font().bold());
+
+        dialog->cboExpList->setCurrentIndex(1);
+        QVERIFY(!dialog->lblSolRequired->isVisible());
+        QVERIFY(!dialog->lblSolSel->font().bold());
+        QCOMPARE(
+            lab().log.calls.mid(lab().log.calls.size() - 2),
+            (QStringList{u"Expedra.SetCurrentExperiment(1)"_s, u"Expedra.GetLockRequired()"_s}));
+
+        click(dialog->cmdDetail);
+        const MessageBoxRequest details{u"CARBON"_s, MsgButtons::Ok, MsgIcon::Information,
+                                        u"Details of CARBON"_s};
+        QCOMPARE(seams().messageBoxes.shown, QList{details});
+    }
+
+    void anEmptyExperimentList()
+    {
+        lab().expedra->titles = {u"(end)"_s};
+        frmSpinlane* form = start({}, {{u"Total Queue Items"_s, u"0"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        QCOMPARE(dialog->cboExpList->count(), 0);
+        click(dialog->cmdDetail);
+        QVERIFY(seams().messageBoxes.shown.isEmpty());
+        QVERIFY(!lab().log.calls.contains(u"Expedra.SetCurrentExperiment(-1)"_s));
+        click(dialog->cmdOK);
+        QCOMPARE(gQueue(1).ExpTitleIndex, qint16(0));
+        QCOMPARE(gQueueList.row(1).subItems[QueueList::ExpTitleSubItem - 1], QString());
+    }
+
+    void configuringExperimentsInExpedra()
+    {
+        frmSpinlane* form = start({});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        frmItemDialog* dialog = ItemDialog();
+        dialog->cboExpList->setCurrentIndex(1);
+        lab().log.clear();
+
+        click(dialog->cmdConfig);
+        QCOMPARE(dialog->cmdConfig->text(), u"Update"_s);
+        QCOMPARE(dialog->cmdConfig->toolTip(),
+                 u"Click to update the exp. list and/or hide Expedra program."_s);
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(kConfigureMessage, MsgButtons::Ok, MsgIcon::Exclamation)});
+        QCOMPARE(lab().log.calls,
+                 (QStringList{u"ShowWindow(101, 5)"_s, u"Expedra.SetShown(True)"_s}));
+
+        // Back with a longer list: the chosen position is chosen again.
+        lab().expedra->titles = {u"A"_s, u"B"_s, u"C"_s, u"(end)"_s};
+        lab().log.clear();
+        click(dialog->cmdConfig);
+        QCOMPARE(dialog->cmdConfig->text(), u"Configure"_s);
+        QCOMPARE(dialog->cmdConfig->toolTip(),
+                 u"Jump to Expedra program to configure exp. list."_s);
+        QCOMPARE(
+            lab().log.calls,
+            (QStringList{u"Expedra.SetShown(False)"_s, u"ShowWindow(101, 0)"_s,
+                         u"Expedra.GetExperimentTitles()"_s, u"Expedra.SetCurrentExperiment(1)"_s,
+                         u"Expedra.GetLockRequired()"_s}));
+        QCOMPARE(entries(dialog->cboExpList), (QStringList{u"A"_s, u"B"_s, u"C"_s}));
+        QCOMPARE(dialog->cboExpList->currentIndex(), 1);
+        QCOMPARE(gExpTitles.size(), 4);
+
+        // Update alone fetches the list; a list shorter than the choice leaves none chosen.
+        dialog->cboExpList->setCurrentIndex(2);
+        lab().expedra->titles = {u"X"_s, u"(end)"_s};
+        lab().log.clear();
+        click(dialog->cmdUpdate);
+        QCOMPARE(lab().log.calls, QStringList{u"Expedra.GetExperimentTitles()"_s});
+        QCOMPARE(entries(dialog->cboExpList), QStringList{u"X"_s});
+        QCOMPARE(dialog->cboExpList->currentIndex(), -1);
+    }
+
+    void leavingWhileConfiguring()
+    {
+        frmSpinlane* form = start({{}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        form->menuItem(u"mnuPrefs"_s, 60)->trigger(); // Expedra's window shows the progress
+
+        seams().messageBoxes.queueAnswer(MsgAnswer::No); // one item: at the end
+        click(form->cmdAdd);
+        click(ItemDialog()->cmdConfig);
+        lab().log.clear();
+        click(ItemDialog()->cmdOK); // the item, then the list fetched again
+        QCOMPARE(gQueueList.count(), 2);
+        QCOMPARE(lab().log.calls.mid(0, 2),
+                 (QStringList{u"Expedra.SetShown(False)"_s, u"Expedra.GetExperimentTitles()"_s}));
+
+        form->menuItem(u"mnuPrefs"_s, 60)->trigger(); // off again
+        click(form->cmdAdd);
+        click(ItemDialog()->cmdConfig);
+        lab().log.clear();
+        click(ItemDialog()->cmdCancel); // back without a new list
+        QCOMPARE(lab().log.calls,
+                 (QStringList{u"Expedra.SetShown(False)"_s, u"ShowWindow(101, 0)"_s}));
+        QCOMPARE(gQueueList.count(), 2);
+        QCOMPARE(seams().messageBoxes.shown.size(), 3); // one insert question, two jumps
+    }
+
+    void editingAnItem()
+    {
+        frmSpinlane* form = start({{u"Idle"_s, 1, 0, u"ann"_s, u"Chem"_s},
+                                   {u"Done"_s, 2, 1, u"ann"_s, u"Chem"_s},
+                                   {u"Idle"_s, 3, 0, u"bob"_s, u"Physics"_s},
+                                   {u"Idle"_s, 4, 0, QString(), QString()}},
+                                  {{u"Current Queue Num"_s, u"2"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        select(form, 2);
+        click(form->cmdEdit);
+        frmItemDialog* dialog = ItemDialog();
+        QVERIFY(dialog);
+        QCOMPARE(dialog->fraDialog->title(), u"Edit Selected Item"_s);
+        QCOMPARE(dialog->txtSpinlaneNum->text(), u"002"_s);
+        QCOMPARE(dialog->txtItemSN->text(), u"SN2"_s);
+        QCOMPARE(dialog->txtStatus->text(), u"Done"_s);
+        for (QLineEdit* fixed : {dialog->txtSpinlaneNum, dialog->txtItemSN, dialog->txtStatus})
+            QVERIFY(!fixed->isEnabled());
+        QCOMPARE(dialog->txtSampleName->text(), u"Sample 2"_s);
+        QCOMPARE(dialog->cboExpList->currentIndex(), 1);
+        QCOMPARE(dialog->cboSolList->currentText(), u"CDCl3"_s);
+        QCOMPARE(dialog->txtUserID->text(), u"ann"_s);
+        QVERIFY(dialog->txtUserID->isReadOnly());
+        QCOMPARE(dialog->txtOrg->text(), u"Chem"_s);
+        QCOMPARE(dialog->txtOutputFile->text(), u"/data/2.kvd"_s);
+
+        typeInto(dialog->txtSampleName, u"Renamed"_s);
+        dialog->cboExpList->setCurrentIndex(0);
+        click(dialog->cmdOK);
+        QCOMPARE(gQueue(2).SampleName, u"Renamed"_s);
+        QCOMPARE(gQueue(2).ExpTitleIndex, qint16(0));
+        QCOMPARE(gQueue(2).Status, u"Done"_s);
+        const QueueRow& row = gQueueList.row(2);
+        QCOMPARE(row.subItems[QueueList::SampleNameSubItem - 1], u"Renamed"_s);
+        QCOMPARE(row.subItems[QueueList::ExpTitleSubItem - 1], u"PROTON"_s);
+        QVERIFY(row.checked && row.bold); // the run's marks stay
+
+        select(form, 3); // bob's
+        click(form->cmdEdit);
+        QVERIFY(!ItemDialog());
+        QCOMPARE(seams().messageBoxes.shown.last().text,
+                 u"You do not have permission to perform the action."_s);
+
+        select(form, 4); // nobody's: an owner may be typed
+        click(form->cmdEdit);
+        QVERIFY(!ItemDialog()->txtUserID->isReadOnly());
+    }
+
+    void propertiesView()
+    {
+        frmSpinlane* form = start({{}, {}, {u"Idle"_s, 3, 0, u"bob"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        select(form, 3); // another user's item can be looked at
+        frmItemDialog* dialog = openFromMenu(form, 30);
+        QVERIFY(dialog);
+        QCOMPARE(dialog->fraDialog->title(), u"Selected Item Properties"_s);
+        QCOMPARE(dialog->txtSampleName->text(), u"Sample 3"_s);
+        QCOMPARE(dialog->txtUserID->text(), u"bob"_s);
+        for (QWidget* hidden :
+             QList<QWidget*>{dialog->cmdCancel, dialog->cmdConfig, dialog->cmdOutputFile})
+            QVERIFY(!hidden->isVisible());
+        for (QLineEdit* box : dialog->fraDialog->findChildren<QLineEdit*>())
+            QVERIFY2(box->isReadOnly(), qPrintable(box->objectName()));
+        QVERIFY(!dialog->cboExpList->isEnabled() && !dialog->cboSolList->isEnabled());
+
+        // Closed by its close box, it selects its item's row again.
+        select(form, 1);
+        QVERIFY(dialog->close());
+        QCOMPARE(gQueueList.selectedIndex(), 3);
+        QCOMPARE(form->stbPanels[0]->text(), u"Sample 3"_s);
+        QVERIFY(!ItemDialog());
+    }
+
+    void oneDialogAtATime()
+    {
+        frmSpinlane* form = start({{}, {}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        click(form->cmdAdd);
+        QPointer<frmItemDialog> adding = ItemDialog();
+        select(form, 1);
+        click(form->cmdEdit);
+        QVERIFY(ItemDialog() != adding);
+        QCOMPARE(ItemDialog()->fraDialog->title(), u"Edit Selected Item"_s);
+        QTRY_VERIFY(!adding);
+        QCOMPARE(form->findChildren<frmItemDialog*>().size(), 1);
+
+        QTest::keyClick(ItemDialog(), Qt::Key_Escape); // as its close box
+        QVERIFY(!ItemDialog());
+        QCOMPARE(gQueueList.count(), 2);
+    }
+
+    void deletingFromTheWindow()
+    {
+        frmSpinlane* form = start({{}, {}, {}, {}, {}}, {{u"Current Queue Num"_s, u"0"_s}});
+        QVERIFY(form);
+        program().logIn(u"ann"_s);
+        select(form, 2);
+        select(form, 4, Qt::ControlModifier);
+        QCOMPARE(gQueueList.firstSelectedRow(), 2);
+        QCOMPARE(gQueueList.selectedIndex(), 4);
+        for (MsgAnswer answer : {MsgAnswer::No, MsgAnswer::Yes, MsgAnswer::No})
+            seams().messageBoxes.queueAnswer(answer);
+        click(form->cmdDelete);
+        QCOMPARE(seams().messageBoxes.shown.size(), 3);
+        QCOMPARE(seams().messageBoxes.shown.at(2).text,
+                 u"Are you sure that you want to delete Spinlane item 002?"_s);
+        QCOMPARE(sampleNames(),
+                 (QStringList{u"Sample 1"_s, u"Sample 2"_s, u"Sample 3"_s, u"Sample 5"_s}));
+        QVERIFY(readFile(program().iniPath()).contains("[Item 4]\r\n[Item 5]\r\n"));
+        // The list shows the one row still selected.
+        QCOMPARE(form->lvwSpinlane->selectionModel()->selectedRows(),
+                 QModelIndexList{gQueueList.index(1, 0)});
+    }
+};
+
+SPINLANE_GUI_TEST_MAIN(TestItemDialog)
+#include "tst_itemdialog.moc"

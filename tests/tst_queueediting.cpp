@@ -1,0 +1,404 @@
+#include "app/Conversions.h"
+#include "app/RuntimeError.h"
+#include "app/Session.h"
+#include "app/Settings.h"
+#include "queue/QueueEditing.h"
+#include "queue/QueueReorder.h"
+#include "queue/QueueRows.h"
+#include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
+#include "support/ScriptedSeams.h"
+#include "support/SettingsFiles.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+// A queue of items SN1..SNn with the given statuses ("Idle" when the list runs out), owned by
+// "ann" unless `owners` says otherwise; row n selected.
+void makeQueue(qint32 n, const QStringList& statuses = {}, const QStringList& owners = {})
+{
+    resetQueueState();
+    gQueue.redim(std::max(n, 1));
+    for (qint32 i = 1; i <= n; ++i) {
+        QueueItem& item = gQueue(i);
+        item.ItemSN = u"SN"_s + QString::number(i);
+        item.SampleNum = i * 10;
+        item.SampleName = u"Sample "_s + QString::number(i);
+        item.UserID = owners.value(i - 1, u"ann"_s);
+        item.Organization = u"Org of "_s + item.UserID;
+        item.OutputFilePath = u"/data/"_s + QString::number(i) + u".kvd"_s;
+        item.Status = statuses.value(i - 1, u"Idle"_s);
+        FillQueueRow(gQueueList.add(), i);
+    }
+    if (n > 0)
+        gQueueList.selectOnly(n);
+}
+
+QStringList serials()
+{
+    QStringList result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(gQueue(i).ItemSN);
+    return result;
+}
+
+// Every row i reads "00i", carries tag i and shows gQueue(i).
+bool rowsNumbered()
+{
+    for (qint32 i = 1; i <= gQueueList.count(); ++i) {
+        const QueueRow& row = gQueueList.row(i);
+        if (row.text != formatQueueNumber(i) || row.tag != i || row.subItems[0] != gQueue(i).ItemSN)
+            return false;
+    }
+    return true;
+}
+
+QStringList serialList(std::initializer_list<int> numbers)
+{
+    QStringList result;
+    for (int n : numbers)
+        result.append(u"SN"_s + QString::number(n));
+    return result;
+}
+
+QStringList questionsAsked(const ScriptedMessageBoxes& boxes)
+{
+    QStringList result;
+    for (const MessageBoxRequest& box : boxes.shown)
+        result.append(box.text);
+    return result;
+}
+
+const QString kInsertQuestion =
+    u"Do you want to insert an item?\r\nClick No to add an item at last."_s;
+
+QString deleteQuestion(const QString& row)
+{
+    return u"Are you sure that you want to delete Spinlane item "_s + row + u'?';
+}
+
+} // namespace
+
+class TestQueueEditing : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScriptedSeams> m_seams;
+    ScriptedSeams& seams() { return *m_seams; }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_seams = std::make_unique<ScriptedSeams>();
+        resetQueueState();
+        resetEditingState();
+        resetSession();
+        gCurrentUserID = u"ann"_s; // the owner of the items unless a test says otherwise
+        gStatusBar.reset();
+    }
+    void cleanup() { m_seams.reset(); }
+
+    void newItemPosition_data()
+    {
+        QTest::addColumn<int>("rows");
+        QTest::addColumn<int>("selected");
+        QTest::addColumn<int>("current");
+        QTest::addColumn<QString>("answer"); // "" when no question may be asked
+        QTest::addColumn<int>("position");
+
+        QTest::newRow("empty queue") << 0 << 0 << 0 << QString() << 1;
+        QTest::newRow("one item, Yes: before it") << 1 << 1 << 0 << u"Yes"_s << 1;
+        QTest::newRow("one item current, Yes: after it") << 1 << 1 << 1 << u"Yes"_s << 2;
+        QTest::newRow("one item, No") << 1 << 1 << 0 << u"No"_s << 2;
+        QTest::newRow("row 1 of 3, Yes: after it") << 3 << 1 << 0 << u"Yes"_s << 2;
+        QTest::newRow("row 1 of 3, current 2: after the current") << 3 << 1 << 2 << u"Yes"_s << 3;
+        QTest::newRow("row 2 of 3, current 1") << 3 << 2 << 1 << u"Yes"_s << 3;
+        QTest::newRow("row 2 of 3, No") << 3 << 2 << 0 << u"No"_s << 4;
+        QTest::newRow("last row asks nothing") << 3 << 3 << 0 << QString() << 4;
+    }
+
+    void newItemPosition()
+    {
+        QFETCH(int, rows);
+        QFETCH(int, selected);
+        QFETCH(int, current);
+        QFETCH(QString, answer);
+        QFETCH(int, position);
+        makeQueue(rows);
+        if (selected > 0)
+            gQueueList.selectOnly(selected);
+        gCurrentQueueNum = current;
+        if (!answer.isEmpty())
+            seams().messageBoxes.queueAnswer(answer == u"Yes"_s ? MsgAnswer::Yes : MsgAnswer::No);
+
+        QCOMPARE(NewItemPosition(), position);
+        if (answer.isEmpty())
+            QVERIFY(seams().messageBoxes.shown.isEmpty());
+        else
+            QCOMPARE(seams().messageBoxes.shown,
+                     QList{box(kInsertQuestion, MsgButtons::YesNo, MsgIcon::Question)});
+    }
+
+    void queueNumberRule_data()
+    {
+        QTest::addColumn<int>("rows");
+        QTest::addColumn<int>("current");
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("shown");
+
+        QTest::newRow("at or before the current item") << 10 << 4 << u"3"_s << u"005"_s;
+        QTest::newRow("inside the queue") << 10 << 4 << u"7"_s << u"007"_s;
+        QTest::newRow("beyond the end") << 10 << 4 << u"25"_s << u"011"_s;
+        QTest::newRow("letters") << 10 << 4 << u"abc"_s << u"005"_s;
+        QTest::newRow("fraction that shows as the current") << 10 << 4 << u"4.4"_s << u"005"_s;
+        QTest::newRow("fraction rounded") << 10 << 4 << u"6.5"_s << u"007"_s;
+        QTest::newRow("empty queue") << 0 << 0 << u"5"_s << u"001"_s;
+        QTest::newRow("current past the end of a damaged file") << 2 << 7 << u"1"_s << u"003"_s;
+    }
+
+    void queueNumberRule()
+    {
+        QFETCH(int, rows);
+        QFETCH(int, current);
+        QFETCH(QString, typed);
+        QFETCH(QString, shown);
+        makeQueue(rows);
+        gCurrentQueueNum = current;
+        QCOMPARE(ClampQueueNumber(typed), shown);
+    }
+
+    void serialNumbersFromTheClock()
+    {
+        // Day number plus the fraction of the day in hundred-thousandths, in plain digits.
+        seams().time.setNow(QDateTime(QDate(2000, 1, 1), QTime(12, 0)));
+        QCOMPARE(GenerateItemSN(), u"86526"_s); // 36526 + 50000
+        seams().time.setNow(QDateTime(QDate(2026, 11, 22), QTime(9, 0)));
+        QCOMPARE(GenerateItemSN(), u"83848"_s); // 46348 + 37500
+        // Neighbouring days can share a number, as intended.
+        seams().time.setNow(QDateTime(QDate(2026, 11, 23), QTime(0, 0, 0, 864)));
+        QCOMPARE(GenerateItemSN(), u"46350"_s);
+        seams().time.setNow(QDateTime(QDate(2026, 11, 22), QTime(0, 0, 1, 728)));
+        QCOMPARE(GenerateItemSN(), u"46350"_s);
+    }
+
+    void sampleLookUpFindsTheFirstQueuedItem()
+    {
+        makeQueue(4);
+        gQueue(2).SampleNum = 7;
+        gQueue(4).SampleNum = 7;
+        QCOMPARE(FirstItemWithSample(7)->ItemSN, u"SN2"_s);
+        QVERIFY(!FirstItemWithSample(8));
+        // Only the items of the list: the blank record of an empty queue is none.
+        makeQueue(0);
+        QVERIFY(!FirstItemWithSample(0));
+    }
+
+    void newItemsAreInsertedIdleAndSelected()
+    {
+        QueueItem fields;
+        fields.ItemSN = u"NEW"_s;
+        fields.Status = u"Done"_s; // never taken over
+        fields.ExpTitleIndex = -1; // no experiment chosen: the first
+
+        makeQueue(0);
+        CommitNewItem(1, fields);
+        QCOMPARE(serials(), QStringList{u"NEW"_s});
+        QVERIFY(rowsNumbered());
+        QCOMPARE(gQueue(1).Status, u"Idle"_s);
+        QCOMPARE(gQueue(1).ExpTitleIndex, qint16(0));
+
+        makeQueue(3, {u"Done"_s, u"Done"_s});
+        gQueueList.setSelected(1, true);
+        CommitNewItem(2, fields);
+        QCOMPARE(serials(), (QStringList{u"SN1"_s, u"NEW"_s, u"SN2"_s, u"SN3"_s}));
+        QVERIFY(rowsNumbered());
+        const QueueRow& added = gQueueList.row(2);
+        QVERIFY(!added.checked && !added.bold && added.selected);
+        QCOMPARE(added.subItems[QueueList::StatusSubItem - 1], u"Idle"_s);
+        QVERIFY(gQueueList.row(3).checked); // the item that moved down keeps its marks
+        QCOMPARE(gQueueList.selectedIndex(), 2);
+        QCOMPARE(gQueueList.firstSelectedRow(), 2); // the only selected row
+
+        CommitNewItem(5, fields); // at the end
+        QCOMPARE(serials().last(), u"NEW"_s);
+        QCOMPARE(gQueueList.selectedIndex(), 5);
+    }
+
+    void editingKeepsTheStatusAndMarks()
+    {
+        makeQueue(3, {u"Done"_s});
+        gExpTitles = QStringList{u"PROTON"_s, u"CARBON"_s, u"(end)"_s};
+        gQueueList.selectOnly(1);
+        QueueItem fields = gQueue(1);
+        fields.SampleName = u"Renamed"_s;
+        fields.SampleNum = 42;
+        fields.ExpTitleIndex = 1;
+        fields.Status = u"Idle"_s;
+        CommitEditedItem(fields);
+        QCOMPARE(gQueue(1).SampleName, u"Renamed"_s);
+        QCOMPARE(gQueue(1).Status, u"Done"_s);
+        const QueueRow& row = gQueueList.row(1);
+        QCOMPARE(row.subItems[QueueList::SampleNumSubItem - 1], u"42"_s);
+        QCOMPARE(row.subItems[QueueList::ExpTitleSubItem - 1], u"CARBON"_s);
+        QVERIFY(row.checked && row.bold);
+
+        // An experiment the list no longer shows stays the item's own.
+        fields.ExpTitleIndex = -1;
+        CommitEditedItem(fields);
+        QCOMPARE(gQueue(1).ExpTitleIndex, qint16(1));
+    }
+
+    void deletingShiftsTheCurrentItemAndEmptiesItsSection()
+    {
+        QTemporaryDir dir;
+        gIniPath = dir.filePath(u"Spinlane.INI"_s);
+        writeFile(gIniPath, settingsFile({{}, {}, {}, {}, {}}));
+        makeQueue(5, {u"Done"_s, u"Done"_s, u"Done"_s, u"Stopped"_s});
+        gCurrentQueueNum = 4;
+        gQueueList.selectOnly(2);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+
+        DeleteSelectedItems();
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(deleteQuestion(u"002"_s), MsgButtons::YesNo, MsgIcon::Exclamation)});
+        QCOMPARE(gCurrentQueueNum, 3);
+        QCOMPARE(serials(), serialList({1, 3, 4, 5}));
+        QVERIFY(rowsNumbered());
+        QCOMPARE(gQueueList.selectedIndex(), 2); // the next row takes the selection
+        QCOMPARE(gStatusBar.text(StatusBar::SamplePanel), u"Sample 3"_s);
+        // The section is emptied in the file at once; the rest waits for the next save.
+        const QByteArray file = readFile(gIniPath);
+        QVERIFY(file.contains("[Item 2]\r\n[Item 3]\r\nItem S/N=SN3\r\n"));
+        QVERIFY(file.contains("Total Queue Items=5\r\n"));
+
+        // Deleting the current item itself moves the current number back too.
+        gQueueList.selectOnly(3);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        DeleteSelectedItems();
+        QCOMPARE(gCurrentQueueNum, 2);
+
+        // The last item: an empty list and status bar, and one blank record.
+        makeQueue(1);
+        gStatusBar.setProgress(1, 1);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        DeleteSelectedItems();
+        QCOMPARE(gQueueList.count(), 0);
+        QCOMPARE(gQueue.upperBound(), 1);
+        QCOMPARE(gQueue(1), QueueItem{});
+        QCOMPARE(gStatusBar.text(StatusBar::SamplePanel), QString());
+        QCOMPARE(gStatusBar.outputFileToolTip(), u"Current Selected Exp Output File Path"_s);
+        QCOMPARE(gStatusBar.progressMaximum(), 1);
+        QCOMPARE(gStatusBar.progressValue(), 0);
+    }
+
+    void aDeclinedRowIsAskedAgainAfterEachDeletion()
+    {
+        makeQueue(5);
+        gQueueList.selectOnly(2);
+        gQueueList.setSelected(4, true);
+        for (MsgAnswer answer : {MsgAnswer::No, MsgAnswer::Yes, MsgAnswer::No})
+            seams().messageBoxes.queueAnswer(answer);
+        DeleteSelectedItems();
+        QCOMPARE(questionsAsked(seams().messageBoxes),
+                 (QStringList{deleteQuestion(u"002"_s), deleteQuestion(u"004"_s),
+                              deleteQuestion(u"002"_s)}));
+        QCOMPARE(serials(), serialList({1, 2, 3, 5}));
+        QVERIFY(!gDeleteDeclined);
+        QCOMPARE(gQueueList.selectedIndex(), 2); // the declined row stays selected
+    }
+
+    void aRefusedItemEndsTheDeletions()
+    {
+        makeQueue(3, {}, {u"ann"_s, u"bob"_s, u"ann"_s});
+        gQueueList.selectOnly(1);
+        gQueueList.setSelected(2, true);
+        gQueueList.setSelected(3, true);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        DeleteSelectedItems();
+        QCOMPARE(questionsAsked(seams().messageBoxes),
+                 (QStringList{deleteQuestion(u"001"_s),
+                              u"You do not have permission to perform the action."_s}));
+        QCOMPARE(serials(), serialList({2, 3}));
+    }
+
+    void dragAndDropRules()
+    {
+        // Rows 1-3 taken, 4-8 waiting, 5 running.
+        makeQueue(8, {u"Done"_s, u"Failed"_s, u"Done"_s, u"Idle"_s, u"In progress"_s});
+        gCurrentQueueNum = 3;
+        QVERIFY(IsPinnedRow(5));
+        QVERIFY(!DropTargetAccepts(7, 2)); // across the checked boundary
+        QVERIFY(!DropTargetAccepts(4, 5)); // onto the running item
+        QVERIFY(DropTargetAccepts(7, 4));
+
+        QVERIFY(DropRow(7, 4)); // up: it takes the target's place
+        QCOMPARE(serials(), serialList({1, 2, 3, 7, 4, 5, 6, 8}));
+        QVERIFY(rowsNumbered());
+        QVERIFY(DropRow(3, 1)); // taken items move before the current one
+        QCOMPARE(serials(), serialList({3, 1, 2, 7, 4, 5, 6, 8}));
+        QVERIFY(!DropRow(1, 3)); // but never to it or after it
+        QVERIFY(!DropRow(6, 6)); // onto itself
+        gCurrentQueueNum = 5;
+        QVERIFY(!DropRow(8, 4)); // waiting items stay at or after it
+        QCOMPARE(serials(), serialList({3, 1, 2, 7, 4, 5, 6, 8}));
+
+        // The place holds in a long queue, whose sort would show an unstable order.
+        makeQueue(400);
+        QVERIFY(DropRow(350, 20));
+        QCOMPARE(gQueue(20).ItemSN, u"SN350"_s);
+        QCOMPARE(gQueue(21).ItemSN, u"SN20"_s);
+        QCOMPARE(gQueue(351).ItemSN, u"SN351"_s);
+        QVERIFY(rowsNumbered());
+    }
+
+    void arrowMoves()
+    {
+        makeQueue(6, {u"Done"_s, u"Done"_s, u"Idle"_s, u"Idle"_s, u"In progress"_s});
+        const auto moved = [](qint32 row, int step) {
+            gQueueList.selectOnly(row);
+            return MoveSelectedRow(step);
+        };
+        QVERIFY(!moved(6, +1)); // the last row
+        QVERIFY(!moved(1, -1)); // the first row
+        QVERIFY(!moved(4, +1)); // next to the running item
+        QVERIFY(!moved(6, -1));
+        QVERIFY(!moved(2, +1)); // across the check marks
+        QCOMPARE(serials(), serialList({1, 2, 3, 4, 5, 6}));
+
+        QVERIFY(moved(3, +1));
+        QCOMPARE(serials(), serialList({1, 2, 4, 3, 5, 6}));
+        QCOMPARE(gQueueList.selectedIndex(), 4); // the selection moves with it
+        QVERIFY(MoveSelectedRow(-1));
+        QVERIFY(moved(2, -1));
+        QCOMPARE(serials(), serialList({2, 1, 3, 4, 5, 6}));
+        QVERIFY(rowsNumbered());
+
+        makeQueue(0);
+        QVERIFY(!MoveSelectedRow(+1));
+    }
+
+    void typedQueueNumbers()
+    {
+        makeQueue(6);
+        gQueueList.selectOnly(5);
+        RenumberSelectedRow(u"1"_s); // beside the old row 1, on the side it came from
+        QCOMPARE(serials(), serialList({1, 5, 2, 3, 4, 6}));
+        gQueueList.selectOnly(1);
+        RenumberSelectedRow(u"4.6"_s); // "005", before the old row 5
+        QCOMPARE(serials(), serialList({5, 2, 3, 1, 4, 6}));
+        gQueueList.selectOnly(1);
+        RenumberSelectedRow(u"last"_s); // no number: the text sorts after every number
+        QCOMPARE(serials(), serialList({2, 3, 1, 4, 6, 5}));
+        QVERIFY(rowsNumbered());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestQueueEditing)
+#include "tst_queueediting.moc"
