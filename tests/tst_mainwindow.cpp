@@ -9,6 +9,7 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "support/ProgramFixture.h"
+#include "support/QueueProbe.h"
 #include "ui/QueueView.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
@@ -29,72 +30,24 @@ using namespace Qt::StringLiterals;
 using namespace spinlane;
 using namespace spinlane::testing;
 
-namespace {
-
-QStringList statuses()
-{
-    QStringList result;
-    for (qint32 i = 1; i <= gQueueList.count(); ++i)
-        result.append(gQueueList.subItem(i, QueueList::StatusSubItem));
-    return result;
-}
-
-QList<bool> checkMarks()
-{
-    QList<bool> result;
-    for (qint32 i = 1; i <= gQueueList.count(); ++i)
-        result.append(gQueueList.row(i).checked);
-    return result;
-}
-
-void click(QWidget* widget) { QTest::mouseClick(widget, Qt::LeftButton); }
-
-} // namespace
-
-class TestMainWindow : public QObject {
+class TestMainWindow : public ProgramTest {
     Q_OBJECT
 
-    std::unique_ptr<ProgramFixture> m_program;
-    ProgramFixture& program() { return *m_program; }
-    ScriptedSeams& seams() { return m_program->seams; }
-    FakeLab& lab() { return m_program->lab; }
-    int experimentsRun() const
-    {
-        return int(m_program->lab.log.calls.count(u"Expedra.RunExperiment()"_s));
-    }
-
-    frmSpinlane* start(const QList<QueueEntry>& items,
-                       const QList<std::pair<QString, QString>>& general = {})
-    {
-        frmSpinlane* form = program().start(settingsFile(items, general));
-        if (form)
-            lab().log.clear();
-        return form;
-    }
-
-    void trigger(frmSpinlane* form, const QString& menu, int index)
-    {
-        QAction* item = form->menuItem(menu, index);
-        QVERIFY2(item, qPrintable(menu + QString::number(index)));
-        item->trigger();
-    }
+    int experimentsRun() { return int(lab().log.calls.count(u"Expedra.RunExperiment()"_s)); }
 
 private Q_SLOTS:
-    void init() { m_program = std::make_unique<ProgramFixture>(); }
-    void cleanup() { m_program.reset(); }
-
     // Each run executes inside the click on the run button; Stop is clicked on the virtual clock
-    // while an experiment runs (an item takes about a minute).
+    // while an experiment runs (an item takes about a minute). The window cannot be closed then.
     void runControlsThroughAWholeCycle()
     {
         frmSpinlane* form = start({{}, {}, {}});
         QVERIFY(form);
-        program().logIn(u"ann"_s);
         QPushButton* run = form->cmdStartQueue;
-        QCOMPARE(run->text(), u"Start Spinlane!"_s);
-
+        bool closedDuringRun = true;
+        seams().time.afterMs(30'000, [&] { closedDuringRun = form->close(); });
         seams().time.afterMs(90'000, [run] { click(run); });
         click(run);
+        QVERIFY(!closedDuringRun && form->isVisible());
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s}));
         QCOMPARE(run->text(), u"Continue Spinlane!"_s);
         QVERIFY(form->cmdStartOver->isVisible());
@@ -106,21 +59,17 @@ private Q_SLOTS:
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
         QCOMPARE(run->text(), u"Run The Queue Again!"_s);
         QCOMPARE(run->toolTip(), u"Only to complete the failed items."_s);
-        QVERIFY(form->cmdStartOver->isVisible());
         QCOMPARE(experimentsRun(), 4);
 
         click(run); // every item is done: each is skipped
         QCOMPARE(experimentsRun(), 4);
         QCOMPARE(run->text(), u"Run The Queue Again!"_s);
-        QCOMPARE(gCurrentQueueNum, 3);
 
         click(form->cmdStartOver);
         QCOMPARE(statuses(), (QStringList{u"Idle"_s, u"Idle"_s, u"Idle"_s}));
         for (qint32 i = 1; i <= 3; ++i) {
-            QCOMPARE(gQueue(i).Status, u"Idle"_s);
             const QueueRow& row = gQueueList.row(i);
-            QVERIFY(!row.checked && !row.bold && !row.ghosted);
-            QCOMPARE(row.foreColor, kWindowTextColor);
+            QVERIFY(!row.checked && !row.bold && !row.ghosted && row.foreColor == kWindowTextColor);
         }
         QCOMPARE(run->text(), u"Start Spinlane!"_s);
         QCOMPARE(run->toolTip(), QString());
@@ -129,12 +78,11 @@ private Q_SLOTS:
 
         click(run); // from item 1 again
         QCOMPARE(experimentsRun(), 7);
-        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
     }
 
     void startWithAnEmptyListDoesNothing()
     {
-        frmSpinlane* form = start({}, {{u"Total Queue Items"_s, u"0"_s}});
+        frmSpinlane* form = start({});
         QVERIFY(form);
         QVERIFY(OpenLogFile(program().path(u"run.log"_s), false));
         gLogOn = true;
@@ -144,36 +92,15 @@ private Q_SLOTS:
         QCOMPARE(readFile(program().path(u"run.log"_s)), QByteArray());
     }
 
-    void closingIsRefusedDuringARun()
-    {
-        frmSpinlane* form = start({{}, {}, {}});
-        QVERIFY(form);
-        program().logIn(u"ann"_s);
-        bool closedDuringRun = true;
-        seams().time.afterMs(30'000, [&] { closedDuringRun = form->close(); });
-        seams().time.afterMs(90'000, [form] { click(form->cmdStartQueue); });
-        click(form->cmdStartQueue);
-        QVERIFY(!closedDuringRun);
-        QVERIFY(form->isVisible());
-
-        QVERIFY(form->close());
-        QCOMPARE(seams().programEnd.ends, 1);
-        QVERIFY(lab().log.calls.contains(u"Expedra.Quit()"_s));
-        const QByteArray saved = readFile(program().iniPath());
-        QVERIFY2(saved.contains("Current Queue Num=2\r\n"), saved.constData());
-        QVERIFY(saved.contains("Status=Stopped\r\n"));
-        QVERIFY(seams().messageBoxes.shown.isEmpty());
-    }
-
     void exitSavesTheWindowPosition()
     {
         frmSpinlane* form = start({{}});
         QVERIFY(form);
         form->move(300, 150);
-        program().logIn(u"ann"_s);
-        trigger(form, u"mnuQueueLayout"_s, 20);
-        trigger(form, u"mnuFile"_s, 50);
+        trigger(u"mnuQueueLayout"_s, 20);
+        trigger(u"mnuFile"_s, 50);
         QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(lab().log.calls.contains(u"Expedra.Quit()"_s));
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"4500"_s);
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"2250"_s);
         QVERIFY(readFile(program().iniPath()).contains("Queue Layout=2\r\n"));
@@ -200,7 +127,7 @@ private Q_SLOTS:
     {
         frmSpinlane* form =
             start({{u"Idle"_s, 1, 0, u"bob"_s, u"Physics"_s}, {u"Idle"_s, 1, 0, u"Bob"_s, u"X"_s}},
-                  {{u"Password"_s, u"Secret"_s}});
+                  {{u"Password"_s, u"Secret"_s}}, {});
         QVERIFY(form);
         QMenu* file = form->menubarMenu(10);
         QMenu* prefs = form->menubarMenu(20);
@@ -234,7 +161,7 @@ private Q_SLOTS:
         QCOMPARE(gQueueLayout, 2);
         QVERIFY(HasPermission()); // the selected item is Bob's
 
-        trigger(form, u"mnuFile"_s, 46);
+        trigger(u"mnuFile"_s, 46);
         QVERIFY(form->picLogin->isVisible());
         QVERIFY(!file->menuAction()->isVisible() && !prefs->menuAction()->isVisible());
         QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out "_s);
@@ -263,13 +190,6 @@ private Q_SLOTS:
                                    {u"Idle"_s, 2, 0, u"ANN"_s},
                                    {u"Idle"_s, 3, 0, QString()}});
         QVERIFY(form);
-        program().logIn(u"ann"_s);
-        QueueView* list = form->lvwSpinlane;
-        const auto select = [list](int row) {
-            QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
-                              list->visualRect(list->model()->index(row - 1, 1)).center());
-        };
-
         select(1);
         QCOMPARE(gQueueList.selectedIndex(), 1);
         QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
@@ -285,14 +205,13 @@ private Q_SLOTS:
 
         // The runner's selection shows in the list.
         gQueueList.selectOnly(2);
-        QCOMPARE(list->selectionModel()->selectedRows(), QModelIndexList{gQueueList.index(1, 0)});
+        QCOMPARE(list()->selectionModel()->selectedRows(), QModelIndexList{gQueueList.index(1, 0)});
     }
 
     void logPreference()
     {
         frmSpinlane* form = start({{}});
         QVERIFY(form);
-        program().logIn(u"ann"_s);
         QAction* enableLog = form->menuItem(u"mnuPrefs"_s, 30);
 
         seams().fileDialogs.queueChoice({}); // cancelled
@@ -323,10 +242,10 @@ private Q_SLOTS:
         QVERIFY(!gLogOn);
         QCOMPARE(errorNumber(WriteDoneBanner), RuntimeError::BadFileNameOrNumber);
 
-        trigger(form, u"mnuPrefs"_s, 40);
+        trigger(u"mnuPrefs"_s, 40);
         QCOMPARE(seams().desktopPrograms.shownFiles, QStringList{chosen + u".log"_s});
         QVERIFY(QFile::remove(gLogFile));
-        trigger(form, u"mnuPrefs"_s, 40);
+        trigger(u"mnuPrefs"_s, 40);
         QCOMPARE(gLogFile, QString());
         QCOMPARE(seams().desktopPrograms.shownFiles.size(), 1);
     }
@@ -335,7 +254,6 @@ private Q_SLOTS:
     {
         frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
         QVERIFY(form);
-        program().logIn(u"ann"_s);
         QAction* expQueueOnly = form->menuItem(u"mnuPrefs"_s, 20);
         QAction* showChanger = form->menuItem(u"mnuPrefs"_s, 70);
 
@@ -372,56 +290,50 @@ private Q_SLOTS:
     {
         frmSpinlane* form = start({{}, {u"Idle"_s, 4, 2}}, {{u"Sample Control"_s, u"2"_s}});
         QVERIFY(form);
-        program().logIn(u"ann"_s);
 
-        trigger(form, u"mnuPrefs"_s, 50);
+        trigger(u"mnuPrefs"_s, 50);
         QVERIFY(gAlwaysOnTop);
         QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
         QVERIFY(form->isVisible());
-        trigger(form, u"mnuPrefs"_s, 50);
+        trigger(u"mnuPrefs"_s, 50);
         QVERIFY(!form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
 
-        trigger(form, u"mnuPrefs"_s, 60); // the selected item's experiment, for watching
-        trigger(form, u"mnuPrefs"_s, 60);
-        trigger(form, u"mnuPrefs"_s, 70);
-        trigger(form, u"mnuPrefs"_s, 70);
-        QStringList actions;
-        for (const QString& call : lab().log.calls) {
-            if (!call.contains(u".Get"_s))
-                actions.append(call);
-        }
-        QCOMPARE(actions, (QStringList{u"Expedra.SetCurrentExperiment(2)"_s,
-                                       u"Expedra.SetSampleInfo(ann|Chem|Sample 2\\r\\n|)"_s,
-                                       u"Expedra.SetOutputFile(/data/2.kvd)"_s,
-                                       u"ShowWindow(101, 5)"_s, u"Expedra.SetShown(False)"_s,
-                                       u"ShowWindow(101, 0)"_s, u"ShowWindow(202, 5)"_s,
-                                       u"Changer.SetShown(True)"_s, u"ShowWindow(202, 0)"_s}));
+        trigger(u"mnuPrefs"_s, 60); // the selected item's experiment, for watching
+        trigger(u"mnuPrefs"_s, 60);
+        trigger(u"mnuPrefs"_s, 70);
+        trigger(u"mnuPrefs"_s, 70);
+        QCOMPARE(actions(lab().log.calls),
+                 (QStringList{u"Expedra.SetCurrentExperiment(2)"_s,
+                              u"Expedra.SetSampleInfo(ann|Chem|Sample 2\\r\\n|)"_s,
+                              u"Expedra.SetOutputFile(/data/2.kvd)"_s, u"ShowWindow(101, 5)"_s,
+                              u"Expedra.SetShown(False)"_s, u"ShowWindow(101, 0)"_s,
+                              u"ShowWindow(202, 5)"_s, u"Changer.SetShown(True)"_s,
+                              u"ShowWindow(202, 0)"_s}));
     }
 
     void queueLayoutMenu()
     {
         frmSpinlane* form = start({{}});
         QVERIFY(form);
-        QAction* list = form->menuItem(u"mnuQueueLayout"_s, 10);
+        QAction* flat = form->menuItem(u"mnuQueueLayout"_s, 10);
         QAction* tree = form->menuItem(u"mnuQueueLayout"_s, 20);
-        QCOMPARE(list->shortcut(), QKeySequence(u"Ctrl+L"_s));
+        QCOMPARE(flat->shortcut(), QKeySequence(u"Ctrl+L"_s));
         QCOMPARE(tree->shortcut(), QKeySequence(u"Ctrl+T"_s));
-        QVERIFY(list->isChecked());
+        QVERIFY(flat->isChecked());
         tree->trigger();
-        QVERIFY(tree->isChecked() && !list->isChecked());
+        QVERIFY(tree->isChecked() && !flat->isChecked());
         QCOMPARE(gQueueLayout, 2);
         tree->trigger(); // choosing the checked one keeps it checked
-        QVERIFY(tree->isChecked() && !list->isChecked());
-        list->trigger();
-        QVERIFY(list->isChecked() && !tree->isChecked());
+        QVERIFY(tree->isChecked() && !flat->isChecked());
+        flat->trigger();
+        QVERIFY(flat->isChecked() && !tree->isChecked());
         QCOMPARE(gQueueLayout, 1);
     }
 
     void resizeRules()
     {
-        frmSpinlane* form = start({{}});
+        frmSpinlane* form = start({{}}, {}, {});
         QVERIFY(form);
-        QWidget* list = form->lvwSpinlane;
         const auto geometries = [form] {
             QList<QRect> result;
             const QList<QWidget*> controls{
@@ -433,11 +345,11 @@ private Q_SLOTS:
         };
         const QList<QRect> design = geometries();
         const QSize designSize = form->size();
-        QCOMPARE(twipsToPixels(gListWidthSlack, form), designSize.width() - list->width());
+        QCOMPARE(twipsToPixels(gListWidthSlack, form), designSize.width() - list()->width());
 
         for (const QSize change : {QSize(160, 90), QSize(-120, -60)}) {
             form->resize(designSize + change);
-            QTRY_COMPARE(list->size(), design[0].size() + change);
+            QTRY_COMPARE(list()->size(), design[0].size() + change);
             const QList<QRect> now = geometries();
             for (int i : {1, 2, 3}) // below the list: follow its bottom
                 QCOMPARE(now[i], design[i].translated(0, change.height()));
@@ -478,7 +390,7 @@ private Q_SLOTS:
     {
         frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
         QVERIFY(form);
-        trigger(form, u"mnuHelp"_s, 10);
+        trigger(u"mnuHelp"_s, 10);
         auto* about = form->findChild<frmAbout*>(u"frmAbout"_s);
         QVERIFY(about);
         QTRY_VERIFY(about->isVisible());
@@ -490,7 +402,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!form->findChild<frmAbout*>(u"frmAbout"_s));
 
         seams().desktopPrograms.tool = u"/usr/bin/sysinfo-tool"_s;
-        trigger(form, u"mnuHelp"_s, 10);
+        trigger(u"mnuHelp"_s, 10);
         about = form->findChild<frmAbout*>(u"frmAbout"_s);
         QVERIFY(about && about->cmdSysInfo->isEnabled());
         click(about->cmdSysInfo);
@@ -499,7 +411,7 @@ private Q_SLOTS:
 
     void namedControls()
     {
-        frmSpinlane* form = start({{}});
+        frmSpinlane* form = start({{}}, {}, {});
         QVERIFY(form);
         const QList<std::tuple<QString, int, QString, QString>> items{
             {u"mnuFile"_s, 5, u"&Add"_s, u"Ctrl+A"_s},

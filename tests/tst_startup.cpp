@@ -6,10 +6,14 @@
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"
 #include "support/ProgramFixture.h"
+#include "ui/ItemDialogControl.h"
 #include "ui/QueueView.h"
+#include "ui/frmItemDialog.h"
 #include "ui/frmSpinlane.h"
 
 #include <QAction>
+#include <QLabel>
+#include <QLineEdit>
 #include <QLockFile>
 #include <QMenu>
 #include <QPushButton>
@@ -68,18 +72,12 @@ const QString kLocate = u"Please locate the 'Spinlane.ini' file."_s;
 
 } // namespace
 
-class TestStartup : public QObject {
+class TestStartup : public ProgramTest {
     Q_OBJECT
 
-    std::unique_ptr<ProgramFixture> m_program;
-    ProgramFixture& program() { return *m_program; }
-    ScriptedSeams& seams() { return m_program->seams; }
-    QStringList& calls() { return m_program->lab.log.calls; }
+    QStringList& calls() { return lab().log.calls; }
 
 private Q_SLOTS:
-    void init() { m_program = std::make_unique<ProgramFixture>(); }
-    void cleanup() { m_program.reset(); }
-
     void secondCopyIsRefused()
     {
         QLockFile firstCopy(instanceLockPath());
@@ -129,7 +127,7 @@ private Q_SLOTS:
         if (refusal == u"version"_s)
             seams().messageBoxes.queueAnswer(MsgAnswer::No);
         if (refusal == u"console"_s)
-            program().lab.running.clear();
+            lab().running.clear();
 
         QVERIFY(endsProgram([] { Main({}); }));
         QCOMPARE(seams().messageBoxes.shown, boxes);
@@ -144,11 +142,11 @@ private Q_SLOTS:
 
     void startsInOrder()
     {
-        auto expedra = std::make_shared<WatchedExpedra>(program().lab.log);
-        auto changer = std::make_shared<WatchedChanger>(program().lab.log);
+        auto expedra = std::make_shared<WatchedExpedra>(lab().log);
+        auto changer = std::make_shared<WatchedChanger>(lab().log);
         changer->notReadyPolls = 3;
-        program().lab.expedra = expedra;
-        program().lab.changer = changer;
+        lab().expedra = expedra;
+        lab().changer = changer;
         seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1500"_s);
         seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormLeft"_s, u"3000"_s);
 
@@ -234,12 +232,8 @@ private Q_SLOTS:
         QFETCH(QString, caption);
         QFETCH(bool, startOver);
         QFETCH(int, selected);
-        QList<QueueEntry> items;
-        for (const QString& status : statuses)
-            items.append({status});
         frmSpinlane* form = program().start(
-            settingsFile(items, {{u"Current Queue Num"_s, QString::number(current)},
-                                 {u"Total Queue Items"_s, QString::number(statuses.size())}}));
+            settingsFile(queueOf(statuses), {{u"Current Queue Num"_s, QString::number(current)}}));
         QVERIFY(form);
         QCOMPARE(form->cmdStartQueue->text(), caption);
         QCOMPARE(form->cmdStartOver->isVisible(), startOver);
@@ -266,12 +260,16 @@ private Q_SLOTS:
         QFETCH(QString, mode);
         QFETCH(QString, expQueueOnly);
         QFETCH(bool, shown);
-        frmSpinlane* form = program().start(
-            settingsFile({{}}, {{u"Sample Control"_s, mode}, {u"ExpQueueOnly"_s, expQueueOnly}}));
+        frmSpinlane* form =
+            start({{}}, {{u"Sample Control"_s, mode}, {u"ExpQueueOnly"_s, expQueueOnly}});
         QVERIFY(form);
         QCOMPARE(form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn), !shown);
         QCOMPARE(form->menuItem(u"mnuPrefs"_s, 70)->isVisible(), shown);
         QCOMPARE(form->menuItem(u"mnuPrefs"_s, 20)->isChecked(), expQueueOnly == u"True"_s);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        click(form->cmdAdd); // the item dialog's sample position follows the same rule
+        QCOMPARE(ItemDialog()->txtSampleNum->isVisible(), shown);
+        QCOMPARE(ItemDialog()->lblSampleNum->isEnabled(), shown);
     }
 };
 

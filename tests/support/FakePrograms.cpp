@@ -7,6 +7,16 @@ using namespace Qt::StringLiterals;
 
 namespace spinlane::testing {
 
+QStringList actions(const QStringList& calls)
+{
+    QStringList result;
+    for (const QString& call : calls) {
+        if (!call.contains(u".Get"_s) && !call.contains(u".Is"_s))
+            result.append(call);
+    }
+    return result;
+}
+
 QDateTime clockNow() { return seams().clock->now(); }
 QString argument(bool value) { return value ? u"True"_s : u"False"_s; }
 QString argument(double value) { return QString::number(value); }

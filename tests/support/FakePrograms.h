@@ -23,6 +23,9 @@ struct CallLog {
     void clear();
 };
 
+// The calls that change something, in order: queries ("Get") and polls ("Is") left out.
+QStringList actions(const QStringList& calls);
+
 QDateTime clockNow();
 QString argument(bool value);
 QString argument(double value);

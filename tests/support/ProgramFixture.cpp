@@ -2,8 +2,11 @@
 
 #include "app/Main.h"
 #include "app/SingleInstance.h"
+#include "queue/QueueStore.h"
+#include "ui/QueueView.h"
 #include "ui/frmSpinlane.h"
 
+#include <QAction>
 #include <QLineEdit>
 #include <QPushButton>
 
@@ -48,6 +51,44 @@ void ProgramFixture::logIn(const QString& userID, const QString& password)
     form->txtUserID->setText(userID);
     form->txtPW->setText(password);
     QTest::mouseClick(form->cmdEnter, Qt::LeftButton);
+}
+
+frmSpinlane* ProgramTest::start(const QList<QueueEntry>& items,
+                                const QList<std::pair<QString, QString>>& general,
+                                const QString& user)
+{
+    frmSpinlane* form = program().start(settingsFile(items, general));
+    if (form && !user.isEmpty())
+        program().logIn(user);
+    lab().log.clear();
+    return form;
+}
+
+QueueView* ProgramTest::list() const { return m_program->form->lvwSpinlane; }
+
+QPoint ProgramTest::rowPoint(int row) const
+{
+    return list()->visualRect(gQueueList.index(row - 1, 1)).center();
+}
+
+void ProgramTest::select(int row, Qt::KeyboardModifiers modifiers)
+{
+    QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
+}
+
+void ProgramTest::trigger(const QString& menu, int index)
+{
+    QAction* item = m_program->form->menuItem(menu, index);
+    QVERIFY2(item, qPrintable(menu + QString::number(index)));
+    item->trigger();
+}
+
+void click(QWidget* widget) { QTest::mouseClick(widget, Qt::LeftButton); }
+
+void typeInto(QLineEdit* box, const QString& text)
+{
+    box->clear();
+    QTest::keyClicks(box, text);
 }
 
 int runGuiTest(QObject& test, int argc, char** argv)

@@ -12,9 +12,12 @@
 
 #include <memory>
 
+class QLineEdit;
+
 namespace spinlane {
 class frmSpinlane;
-}
+class QueueView;
+} // namespace spinlane
 
 // Starts the whole program for a GUI test: a settings file in a folder of the test's own, the
 // first start's two questions answered, scripted seams and the fake laboratory installed. Each
@@ -44,6 +47,36 @@ public:
 private:
     QTemporaryDir m_dir;
 };
+
+// The base of a GUI test class: a fresh ProgramFixture for each test function.
+class ProgramTest : public QObject {
+    Q_OBJECT
+
+protected:
+    ProgramFixture& program() { return *m_program; }
+    ScriptedSeams& seams() { return m_program->seams; }
+    FakeLab& lab() { return m_program->lab; }
+
+    // Starts on a settings file holding `items`, logs `user` in (an empty one stays logged out)
+    // and clears the start's calls from the log.
+    frmSpinlane* start(const QList<QueueEntry>& items,
+                       const QList<std::pair<QString, QString>>& general = {},
+                       const QString& user = QStringLiteral("ann"));
+    QueueView* list() const;
+    QPoint rowPoint(int row) const; // the middle of list row `row`'s second cell
+    void select(int row, Qt::KeyboardModifiers modifiers = {}); // a click on the row
+    void trigger(const QString& menu, int index); // the menu item, which must exist
+
+private Q_SLOTS:
+    void init() { m_program = std::make_unique<ProgramFixture>(); }
+    void cleanup() { m_program.reset(); }
+
+private:
+    std::unique_ptr<ProgramFixture> m_program;
+};
+
+void click(QWidget* widget);
+void typeInto(QLineEdit* box, const QString& text); // replaces the text, key by key
 
 // The test's main: the offscreen platform, 96 dpi, the C locale and test-mode standard paths.
 int runGuiTest(QObject& test, int argc, char** argv);

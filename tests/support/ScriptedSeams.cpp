@@ -22,6 +22,14 @@ MsgAnswer ScriptedMessageBoxes::show(const MessageBoxRequest& request)
     return m_answers.takeFirst();
 }
 
+QStringList ScriptedMessageBoxes::texts() const
+{
+    QStringList result;
+    for (const MessageBoxRequest& box : shown)
+        result.append(box.text);
+    return result;
+}
+
 QString ScriptedFileDialogs::next()
 {
     if (m_choices.isEmpty()) {

@@ -20,6 +20,7 @@ public:
     MsgAnswer show(const MessageBoxRequest& request) override;
 
     QList<MessageBoxRequest> shown;
+    QStringList texts() const; // of the boxes shown, in order
     QStringList unanswered; // questions shown while no answer was queued
     int unusedAnswers() const { return int(m_answers.size()); }
 

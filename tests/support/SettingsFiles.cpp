@@ -11,6 +11,14 @@ using namespace Qt::StringLiterals;
 
 namespace spinlane::testing {
 
+QList<QueueEntry> queueOf(const QStringList& statuses)
+{
+    QList<QueueEntry> result;
+    for (const QString& status : statuses)
+        result.append({status});
+    return result;
+}
+
 QByteArray settingsFile(const QList<QueueEntry>& items,
                         const QList<std::pair<QString, QString>>& general)
 {

@@ -17,6 +17,9 @@ struct QueueEntry {
     QString organization = QStringLiteral("Chem");
 };
 
+// Items of the given statuses, otherwise as QueueEntry has them.
+QList<QueueEntry> queueOf(const QStringList& statuses);
+
 // A settings file of the running program's version holding `items`. The "General" keys given
 // replace the defaults (no stay-on-top, single-sample mode, nothing run yet).
 QByteArray settingsFile(const QList<QueueEntry>& items,

@@ -1,0 +1,119 @@
+#include "support/QueueProbe.h"
+
+#include "app/Conversions.h"
+#include "queue/QueueRows.h"
+#include "queue/QueueStore.h"
+
+#include <algorithm>
+#include <functional>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane::testing {
+namespace {
+
+template <typename T> QList<T> perRow(const std::function<T(qint32)>& column)
+{
+    QList<T> result;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i)
+        result.append(column(i));
+    return result;
+}
+
+QStringList prefixed(const QString& prefix, std::initializer_list<int> numbers)
+{
+    QStringList result;
+    for (int n : numbers)
+        result.append(prefix + QString::number(n));
+    return result;
+}
+
+} // namespace
+
+void makeQueue(qint32 n, const QStringList& statuses, const QStringList& owners)
+{
+    resetQueueState();
+    gQueue.redim(std::max(n, 1));
+    for (qint32 i = 1; i <= n; ++i) {
+        QueueItem& item = gQueue(i);
+        item.ItemSN = u"SN"_s + QString::number(i);
+        item.SampleNum = i * 10;
+        item.SampleName = u"Sample "_s + QString::number(i);
+        item.UserID = owners.value(i - 1, u"ann"_s);
+        item.Organization = u"Org of "_s + item.UserID;
+        item.OutputFilePath = u"/data/"_s + QString::number(i) + u".kvd"_s;
+        item.Status = statuses.value(i - 1, u"Idle"_s);
+        FillQueueRow(gQueueList.add(), i);
+    }
+    if (n > 0)
+        gQueueList.selectOnly(n);
+}
+
+void addItem(qint32 sample, qint16 experiment, const QString& status, const QString& solvent)
+{
+    const qint32 n = gQueueList.count() + 1;
+    gQueue.redimPreserve(n);
+    const QString number = QString::number(n);
+    gQueue(n) = {u"SN"_s + number,
+                 sample,
+                 u"Sample "_s + number,
+                 u"desc"_s,
+                 solvent,
+                 experiment,
+                 u"ann"_s,
+                 u"Chem"_s,
+                 u"/data/"_s + number + u".kvd"_s,
+                 status};
+    addRow(n);
+}
+
+void addRow(qint32 n)
+{
+    const qint32 row = gQueueList.add();
+    gQueueList.setText(row, formatQueueNumber(n));
+    gQueueList.setTag(row, n);
+    gQueueList.setSubItem(row, QueueList::StatusSubItem, gQueue(n).Status);
+}
+
+QStringList serials()
+{
+    return perRow<QString>([](qint32 i) { return gQueue(i).ItemSN; });
+}
+
+QStringList sampleNames()
+{
+    return perRow<QString>([](qint32 i) { return gQueue(i).SampleName; });
+}
+
+QStringList texts()
+{
+    return perRow<QString>([](qint32 i) { return gQueueList.row(i).text; });
+}
+
+QList<bool> checkMarks()
+{
+    return perRow<bool>([](qint32 i) { return gQueueList.row(i).checked; });
+}
+
+QStringList statuses()
+{
+    return perRow<QString>([](qint32 i) {
+        const QString row = gQueueList.subItem(i, QueueList::StatusSubItem);
+        return row == gQueue(i).Status ? row : row + u" != "_s + gQueue(i).Status;
+    });
+}
+
+QStringList serialsOf(std::initializer_list<int> numbers) { return prefixed(u"SN"_s, numbers); }
+QStringList namesOf(std::initializer_list<int> numbers) { return prefixed(u"Sample "_s, numbers); }
+
+bool rowsNumbered()
+{
+    for (qint32 i = 1; i <= gQueueList.count(); ++i) {
+        const QueueRow& row = gQueueList.row(i);
+        if (row.text != formatQueueNumber(i) || row.tag != i || row.subItems[0] != gQueue(i).ItemSN)
+            return false;
+    }
+    return true;
+}
+
+} // namespace spinlane::testing

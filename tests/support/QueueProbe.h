@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QList>
+#include <QStringList>
+
+#include <initializer_list>
+
+// Building a queue for a test, and reading it back column by column.
+namespace spinlane::testing {
+
+// A queue of items SN1..SNn (sample 10·i, "Sample i", output /data/i.kvd) with the given statuses
+// ("Idle" where the list runs out), owned by "ann" unless `owners` says otherwise, their rows
+// filled as the window fills them and row n selected.
+void makeQueue(qint32 n, const QStringList& statuses = {}, const QStringList& owners = {});
+
+// Adds item n, the next one ("SNn", "Sample n", described "desc", ann of Chem, /data/n.kvd), and
+// a row for it.
+void addItem(qint32 sample, qint16 experiment, const QString& status = QStringLiteral("Idle"),
+             const QString& solvent = QStringLiteral("CDCl3"));
+// Adds a row for gQueue(n) as the runner needs it: its number, tag and status.
+void addRow(qint32 n);
+
+// Per row, in list order: the record's serial and sample name, the row's number text, the check
+// mark, and the status ("row != queue" where the row and the record differ).
+QStringList serials();
+QStringList sampleNames();
+QStringList texts();
+QList<bool> checkMarks();
+QStringList statuses();
+
+// "SN2", "SN5" and "Sample 2", "Sample 5" for {2, 5}.
+QStringList serialsOf(std::initializer_list<int> numbers);
+QStringList namesOf(std::initializer_list<int> numbers);
+
+// Every row i reads formatQueueNumber(i), carries tag i and shows the serial of gQueue(i).
+bool rowsNumbered();
+
+} // namespace spinlane::testing
