@@ -1,4 +1,5 @@
 #include "app/ProfileFile.h"
+#include "support/SettingsFiles.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -15,23 +16,12 @@
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
+using namespace spinlane::testing;
 
 namespace {
 
 const QString kDefault = u"<default>"_s;
 const char kSaveLoopArgument[] = "--save-loop";
-
-QByteArray fileBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool putFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
 
 // Several MB; the two variants differ in every line and in length.
 QByteArray largeDocument(char variant)
@@ -227,10 +217,10 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(path)); // reads never create the file
         QVERIFY(ProfileFile::writeString(path, u"General", u"Count", u"3"_s));
         QVERIFY(ProfileFile::writeString(path, u"Item 1", u"Holder", u"7"_s));
-        QCOMPARE(fileBytes(path), "[General]\r\nCount=3\r\n[Item 1]\r\nHolder=7\r\n"_ba);
+        QCOMPARE(readFile(path), "[General]\r\nCount=3\r\n[Item 1]\r\nHolder=7\r\n"_ba);
         QCOMPARE(ProfileFile::readString(path, u"item 1", u"HOLDER", kDefault), u"7"_s);
         QVERIFY(ProfileFile::clearSection(path, u"general"));
-        QCOMPARE(fileBytes(path), "[General]\r\n[Item 1]\r\nHolder=7\r\n"_ba);
+        QCOMPARE(readFile(path), "[General]\r\n[Item 1]\r\nHolder=7\r\n"_ba);
         QVERIFY(QFileInfo(path).permissions() & QFileDevice::ReadOther); // not a private file
         // Nothing to change: false, and the file is left alone.
         const QDateTime old = QDateTime::currentDateTimeUtc().addDays(-3);
@@ -248,13 +238,13 @@ private Q_SLOTS:
         QTemporaryDir dir;
         const ProfileDocument doc = ProfileDocument::fromBytes("[s]\r\nk=v\r\n"_ba);
         const QString plainFile = dir.filePath(u"plain"_s);
-        QVERIFY(putFile(plainFile, "old"_ba));
+        writeFile(plainFile, "old"_ba);
         QVERIFY(!doc.save(dir.filePath(u"no/such/folder/x.ini"_s)));
         QVERIFY(!doc.save(plainFile + u"/x.ini"_s));
         QVERIFY(!doc.save(dir.path()));
         QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  QStringList{u"plain"_s});
-        QCOMPARE(fileBytes(plainFile), "old"_ba);
+        QCOMPARE(readFile(plainFile), "old"_ba);
         // Files in a folder where nobody, not even root, can create a file.
         QVERIFY(!doc.save(u"/proc/version"_s));
         QVERIFY(!ProfileFile::writeString(u"/proc/spinlane-test.ini"_s, u"s", u"k", u"v"_s));
@@ -267,7 +257,7 @@ private Q_SLOTS:
         const QString folder = dir.filePath(u"ro"_s), inFolder = folder + u"/x.ini"_s;
         QVERIFY(QDir(dir.path()).mkdir(u"ro"_s));
         for (const QString& path : {readOnly, writeOnly, inFolder})
-            QVERIFY(putFile(path, "old"_ba));
+            writeFile(path, "old"_ba);
         QVERIFY(QFile::setPermissions(readOnly, QFile::ReadOwner));
         QVERIFY(QFile::setPermissions(writeOnly, QFile::WriteOwner));
         QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
@@ -278,7 +268,7 @@ private Q_SLOTS:
         QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         QVERIFY(!saved);
         for (const QString& path : {readOnly, writeOnly, inFolder})
-            QCOMPARE(fileBytes(path), "old"_ba);
+            QCOMPARE(readFile(path), "old"_ba);
     }
 
     // A writer killed at any moment leaves the old file or the new one, never a mixture.
@@ -296,7 +286,7 @@ private Q_SLOTS:
             QThread::msleep(unsigned(round)); // one save takes several ms: kill it at any point
             writer.kill();
             QVERIFY(writer.waitForFinished(10000));
-            const QByteArray left = fileBytes(path);
+            const QByteArray left = readFile(path);
             QVERIFY2(left == a || left == b,
                      qPrintable(u"round %1: %2 bytes"_s.arg(round).arg(left.size())));
         }

@@ -3,6 +3,8 @@
 #include "app/Settings.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "support/QueueProbe.h"
+#include "support/ScriptedSeams.h"
 
 #include <QAbstractItemModelTester>
 #include <QColor>
@@ -13,60 +15,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
-
-namespace {
-
-template <typename F> qint32 errorNumber(F&& action)
-{
-    try {
-        action();
-    } catch (const RuntimeError& error) {
-        return error.number();
-    }
-    return 0;
-}
-
-// A consistent queue of records SN1..SNn and their rows.
-void fillQueue(qint32 n)
-{
-    gQueueList.clear();
-    gQueue.redim(n);
-    for (qint32 i = 1; i <= n; ++i) {
-        gQueue(i).ItemSN = u"SN"_s + QString::number(i);
-        gQueueList.setText(gQueueList.add(), formatQueueNumber(i));
-        gQueueList.setTag(i, i);
-        gQueueList.setSubItem(i, QueueList::ItemSNSubItem, gQueue(i).ItemSN);
-    }
-}
-
-QStringList serials()
-{
-    QStringList result;
-    for (qint32 i = 1; i <= gQueue.upperBound(); ++i)
-        result.append(gQueue(i).ItemSN);
-    return result;
-}
-
-QStringList texts()
-{
-    QStringList result;
-    for (qint32 i = 1; i <= gQueueList.count(); ++i)
-        result.append(gQueueList.row(i).text);
-    return result;
-}
-
-// Every row i reads formatQueueNumber(i), carries tag i and shows the serial of gQueue(i).
-bool rowsNumbered()
-{
-    for (qint32 i = 1; i <= gQueueList.count(); ++i) {
-        const QueueRow& row = gQueueList.row(i);
-        if (row.text != formatQueueNumber(i) || row.tag != i || row.subItems[0] != gQueue(i).ItemSN)
-            return false;
-    }
-    return true;
-}
-
-} // namespace
+using namespace spinlane::testing;
 
 class TestQueue : public QObject {
     Q_OBJECT
@@ -175,41 +124,40 @@ private Q_SLOTS:
         QCOMPARE(errorNumber([] { SyncQueueFromList(99); }), 0);
 
         // A swap; the record beyond the list stays. Views learn of the new texts.
-        fillQueue(2);
+        makeQueue(2);
         gQueue.redimPreserve(3);
         gQueue(3).ItemSN = u"SN3"_s;
         gQueueList.setText(1, u"002"_s);
         gQueueList.setText(2, u"001"_s);
         QSignalSpy changed(&gQueueList, &QAbstractItemModel::dataChanged);
         SyncQueueFromList(0);
-        QCOMPARE(serials(), (QStringList{u"SN2"_s, u"SN1"_s, u"SN3"_s}));
+        QCOMPARE(serials() << gQueue(3).ItemSN, serialsOf({2, 1, 3}));
         QVERIFY(rowsNumbered());
         QCOMPARE(changed.size(), 1); // every row, every column
         QCOMPARE(changed.first().at(1).value<QModelIndex>(), gQueueList.index(1, 6));
 
         // Moves up and down by a neighbour's number: the moved row lands after that neighbour.
-        fillQueue(8);
+        makeQueue(8);
         gQueueList.setText(7, u"004"_s);
         gQueueList.setText(2, u"006"_s);
         SyncQueueFromList(0);
-        QCOMPARE(serials(), (QStringList{u"SN1"_s, u"SN3"_s, u"SN4"_s, u"SN7"_s, u"SN5"_s, u"SN2"_s,
-                                         u"SN6"_s, u"SN8"_s}));
+        QCOMPARE(serials(), serialsOf({1, 3, 4, 7, 5, 2, 6, 8}));
         QVERIFY(rowsNumbered());
 
         // Any other sort key reorders the rows only; the tags still name each row's record.
-        fillQueue(3);
+        makeQueue(3);
         for (const auto& [row, name] : {std::pair{1, u"Zeta"_s}, {2, u"alpha"_s}, {3, u"Mu"_s}})
             gQueueList.setSubItem(row, QueueList::SampleNameSubItem, name);
         SyncQueueFromList(QueueList::SampleNameColumn);
         QCOMPARE(texts(), (QStringList{u"002"_s, u"003"_s, u"001"_s}));
-        QCOMPARE(serials(), (QStringList{u"SN1"_s, u"SN2"_s, u"SN3"_s}));
+        QCOMPARE(serials(), serialsOf({1, 2, 3}));
         SyncQueueFromList(0);
         QVERIFY(rowsNumbered());
 
         // Past 999 items the order is the texts': "1000" right after "100".
-        fillQueue(1000);
+        makeQueue(1000);
         SyncQueueFromList(0);
-        QCOMPARE(serials().mid(99, 3), (QStringList{u"SN100"_s, u"SN1000"_s, u"SN101"_s}));
+        QCOMPARE(serials().mid(99, 3), serialsOf({100, 1000, 101}));
     }
 
     void indexErrors()
@@ -227,13 +175,13 @@ private Q_SLOTS:
         QCOMPARE(queue(3).ItemSN, QString());
 
         for (qint32 badTag : {0, 4}) {
-            fillQueue(3);
+            makeQueue(3);
             gQueueList.setTag(2, badTag);
             QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
         }
 
         // More rows than records: stopped before anything moves.
-        fillQueue(3);
+        makeQueue(3);
         gQueueList.add();
         QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
         QCOMPARE(texts(), (QStringList{u"001"_s, u"002"_s, u"003"_s, u""_s}));

@@ -10,6 +10,7 @@
 #include "runner/RunQueue.h"
 #include "runner/SampleSteps.h"
 #include "support/FakePrograms.h"
+#include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 
 #include <QFile>
@@ -25,40 +26,7 @@ using namespace spinlane::testing;
 namespace {
 
 const QDateTime kStart(QDate(2026, 11, 22), QTime(9, 0));
-
-// Adds item n (the next one) to the queue and its row to the list.
-void addItem(qint32 sample, qint16 experiment, const QString& status = u"Idle"_s,
-             const QString& solvent = u"CDCl3"_s)
-{
-    const qint32 n = gQueueList.count() + 1;
-    gQueue.redimPreserve(n);
-    const QString number = QString::number(n);
-    gQueue(n) = {u"SN"_s + number,
-                 sample,
-                 u"Sample "_s + number,
-                 u"desc"_s,
-                 solvent,
-                 experiment,
-                 u"ann"_s,
-                 u"Chem"_s,
-                 u"/data/"_s + number + u".kvd"_s,
-                 status};
-    const qint32 row = gQueueList.add();
-    gQueueList.setText(row, formatQueueNumber(n));
-    gQueueList.setTag(row, n);
-    gQueueList.setSubItem(row, QueueList::StatusSubItem, status);
-}
-
-// Each item's status as its row and the queue hold it ("row != queue" when they differ).
-QStringList statuses()
-{
-    QStringList result;
-    for (qint32 i = 1; i <= gQueueList.count(); ++i) {
-        const QString row = gQueueList.subItem(i, QueueList::StatusSubItem);
-        result.append(row == gQueue(i).Status ? row : row + u" != "_s + gQueue(i).Status);
-    }
-    return result;
-}
+const QString kTubelinkQuestion = u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s;
 
 } // namespace
 
@@ -72,16 +40,7 @@ class TestRunner : public QObject {
     VirtualTime& time() { return m_seams->time; }
     CallLog& log() { return m_lab->log; }
 
-    // The calls that change something, in order (queries and polls left out).
-    QStringList actions() const
-    {
-        QStringList result;
-        for (const QString& call : m_lab->log.calls) {
-            if (!call.contains(u".Get"_s) && !call.contains(u".Is"_s))
-                result.append(call);
-        }
-        return result;
-    }
+    QStringList actions() const { return testing::actions(m_lab->log.calls); }
 
     // Links made as start-up would make them for `mode`, without the start-up calls in the log.
     void linkPrograms(qint16 mode, bool expQueueOnly = false)
@@ -89,8 +48,7 @@ class TestRunner : public QObject {
         gSampleControl = mode;
         gExpQueueOnly = expQueueOnly;
         ConnectPrograms();
-        log().calls.clear();
-        log().times.clear();
+        log().clear();
         time().setNow(kStart);
     }
 
@@ -100,11 +58,8 @@ class TestRunner : public QObject {
         QFile file(m_dir.filePath(u"run.log"_s));
         if (!file.open(QIODevice::ReadOnly))
             return {};
-        QString text = QString::fromLocal8Bit(file.readAll());
         static const QRegularExpression time(u"22 Nov 2026 \\d\\d:\\d\\d:\\d\\d"_s);
-        text.replace(time, u"T"_s);
-        QStringList lines = text.split(u"\r\n"_s);
-        return lines;
+        return QString::fromLocal8Bit(file.readAll()).replace(time, u"T"_s).split(u"\r\n"_s);
     }
 
 private Q_SLOTS:
@@ -184,42 +139,35 @@ private Q_SLOTS:
         QTest::addColumn<qint16>("mode");
         QTest::addColumn<QString>("missing");
         QTest::addColumn<QString>("message");
-        QTest::addColumn<int>("buttons");
-        QTest::addColumn<bool>("ends");
+        QTest::addColumn<bool>("ends"); // a question is answered to go on unless it ends
         QTest::newRow("console") << qint16(1) << kConsoleClass
-                                 << u"Start Korvo application first."_s << int(MsgButtons::Ok)
-                                 << true;
+                                 << u"Start Korvo application first."_s << true;
         QTest::newRow("set-up program")
-            << qint16(1) << kExpedraClass << u"No OLE connection to Expedra program."_s
-            << int(MsgButtons::Ok) << true;
+            << qint16(1) << kExpedraClass << u"No OLE connection to Expedra program."_s << true;
         QTest::newRow("sample changer")
             << qint16(2) << kSampleChangerClass << u"No OLE connection to Sampel Changer program."_s
-            << int(MsgButtons::Ok) << true;
+            << true;
         QTest::newRow("single-sample interface, go on")
-            << qint16(1) << kTubelinkClass
-            << u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s
-            << int(MsgButtons::YesNo) << false;
+            << qint16(1) << kTubelinkClass << kTubelinkQuestion << false;
         QTest::newRow("single-sample interface, stop")
-            << qint16(1) << kTubelinkClass
-            << u"No OLE connection to Tubelink program.\r\nContinue anyway?"_s
-            << int(MsgButtons::YesNo) << true;
+            << qint16(1) << kTubelinkClass << kTubelinkQuestion << true;
     }
     void connectFailures()
     {
         QFETCH(qint16, mode);
         QFETCH(QString, missing);
         QFETCH(QString, message);
-        QFETCH(int, buttons);
         QFETCH(bool, ends);
         gSampleControl = mode;
         m_lab->running.remove(missing);
         m_lab->broken.insert(missing);
-        if (buttons == int(MsgButtons::YesNo))
+        const bool asks = message == kTubelinkQuestion;
+        if (asks)
             m_seams->messageBoxes.queueAnswer(ends ? MsgAnswer::No : MsgAnswer::Yes);
         QCOMPARE(endsProgram(ConnectPrograms), ends);
-        const MsgIcon icon =
-            buttons == int(MsgButtons::Ok) ? MsgIcon::Exclamation : MsgIcon::Question;
-        QCOMPARE(m_seams->messageBoxes.shown, QList{box(message, MsgButtons(buttons), icon)});
+        QCOMPARE(m_seams->messageBoxes.shown,
+                 QList{asks ? box(message, MsgButtons::YesNo, MsgIcon::Question)
+                            : box(message, MsgButtons::Ok, MsgIcon::Exclamation)});
         if (missing == kConsoleClass)
             QVERIFY(!log().calls.contains(u"CreateObject(Expedra.BrelixExpedra)"_s));
         QCOMPARE(gTubelinkWnd, 0);

@@ -3,6 +3,7 @@
 #include "app/Startup.h"
 #include "queue/QueueStore.h"
 #include "support/ScriptedSeams.h"
+#include "support/SettingsFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,20 +30,6 @@ QString saveQuestion(const QString& fileVersion, const QString& programVersion)
     return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s + programVersion
            + u") files do not match each other.\r\nOverwrite the initialization file anyway? "
              u"Click No to back up old ini file."_s;
-}
-
-QByteArray readBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeBytes(const QString& path, const QByteArray& bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
 }
 
 QByteArray itemSection(int n, const QByteArray& serial, int sample, const QByteArray& name,
@@ -74,7 +61,7 @@ class TestSettings : public QObject {
     // own version, so a load asks nothing.
     void useDefaultFile(ScriptedSeams& seams, const QByteArray& bytes)
     {
-        writeBytes(m_iniPath, bytes);
+        writeFile(m_iniPath, bytes);
         seams.settingsStore.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, m_iniPath);
     }
 
@@ -95,7 +82,7 @@ private Q_SLOTS:
 
     void locatingTheFile()
     {
-        writeBytes(m_iniPath, "[General]\r\nVersion Number=2.0.5\r\n");
+        writeFile(m_iniPath, "[General]\r\nVersion Number=2.0.5\r\n");
         {
             // Nothing remembered: the file must be confirmed once, even at the default path.
             ScriptedSeams seams;
@@ -118,7 +105,7 @@ private Q_SLOTS:
         {
             // A file kept elsewhere is used, but the question comes back at every start.
             const QString elsewhere = m_root.path() + u"/elsewhere/Spinlane.INI"_s;
-            writeBytes(elsewhere, "[General]\r\nVersion Number=2.0.5\r\nSample Control=2\r\n");
+            writeFile(elsewhere, "[General]\r\nVersion Number=2.0.5\r\nSample Control=2\r\n");
             ScriptedSeams seams;
             for (int start = 0; start < 2; ++start) {
                 seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
@@ -320,7 +307,7 @@ private Q_SLOTS:
         QCOMPARE(seams.programEnd.ends, 1);
         QCOMPARE(seams.messageBoxes.shown.size(), 1);
         QCOMPARE(seams.messageBoxes.shown.first(), box(message, MsgButtons::Ok, MsgIcon::Critical));
-        QCOMPARE(readBytes(m_iniPath), bytes);
+        QCOMPARE(readFile(m_iniPath), bytes);
     }
 
     void saveWritesEverySettingInOrder()
@@ -344,7 +331,7 @@ private Q_SLOTS:
             u"Idle"_s};
         showRows(2);
         SaveSettings(WindowPosition{1500, 3000});
-        QCOMPARE(readBytes(m_iniPath),
+        QCOMPARE(readFile(m_iniPath),
                  "[General]\r\nVersion Number=2.0.5\r\nAlwaysOnTop=True\r\nExpQueueOnly=False\r\n"
                  "Sample Control=2\r\nQueue Layout=1\r\nCurrent Queue Num=1\r\n"
                  "Total Queue Items=2\r\nLogFile=/korvo/config/Spinlane.log\r\n"
@@ -374,16 +361,16 @@ private Q_SLOTS:
         LoadSettings();
         showRows(gTotalQueueItems);
         SaveSettings(std::nullopt);
-        QCOMPARE(readBytes(m_iniPath), bytes);
+        QCOMPARE(readFile(m_iniPath), bytes);
 
         // Only the changed line differs; an edit made by hand meanwhile survives the save.
-        writeBytes(m_iniPath, QByteArray(bytes).replace("Password=secret", "Password=changed"));
+        writeFile(m_iniPath, QByteArray(bytes).replace("Password=secret", "Password=changed"));
         gQueue(2).Status = u"Done"_s;
         SaveSettings(std::nullopt);
         QByteArray expected = bytes;
         expected.replace("Password=secret", "Password=changed");
         expected.replace(expected.lastIndexOf("Status=Idle"), 11, "Status=Done");
-        QCOMPARE(readBytes(m_iniPath), expected);
+        QCOMPARE(readFile(m_iniPath), expected);
     }
 
     void staleItemSectionsStay()
@@ -397,7 +384,7 @@ private Q_SLOTS:
         QCOMPARE(gTotalQueueItems, 3);
         showRows(2);
         SaveSettings(std::nullopt);
-        const QByteArray saved = readBytes(m_iniPath);
+        const QByteArray saved = readFile(m_iniPath);
         QVERIFY(saved.contains("Total Queue Items=2\r\n"));
         QVERIFY(saved.endsWith(itemSection(3, "00003", 3, "C", "Idle")));
         QCOMPARE(gTotalQueueItems, 2);
@@ -409,30 +396,30 @@ private Q_SLOTS:
         const QString backup = m_root.path() + u"/korvo/config/Spinlane_2.0.4.INI"_s;
         {
             ScriptedSeams seams;
-            writeBytes(m_iniPath, old);
-            writeBytes(backup, "an older back-up");
+            writeFile(m_iniPath, old);
+            writeFile(backup, "an older back-up");
             gIniPath = m_iniPath;
             gIniVersion = u"2.0.4"_s;
             seams.messageBoxes.queueAnswer(MsgAnswer::No);
             SaveSettings(std::nullopt);
             QCOMPARE(seams.messageBoxes.shown, QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s),
                                                          MsgButtons::YesNo, MsgIcon::Question)});
-            QCOMPARE(readBytes(backup), old);
-            QVERIFY(readBytes(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
+            QCOMPARE(readFile(backup), old);
+            QVERIFY(readFile(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
         }
         {
             ScriptedSeams seams;
             QFile::remove(backup);
-            writeBytes(m_iniPath, old);
+            writeFile(m_iniPath, old);
             seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
             SaveSettings(std::nullopt);
             QVERIFY(!QFile::exists(backup));
-            QVERIFY(readBytes(m_iniPath).contains("Version Number=2.0.5"));
+            QVERIFY(readFile(m_iniPath).contains("Version Number=2.0.5"));
         }
         {
             // A back-up that cannot be made is a run-time error; the file is not overwritten.
             ScriptedSeams seams;
-            writeBytes(m_iniPath, old);
+            writeFile(m_iniPath, old);
             QDir().mkpath(backup); // a folder in the way of the copy
             seams.messageBoxes.queueAnswer(MsgAnswer::No);
             guarded([] { SaveSettings(std::nullopt); });
@@ -440,7 +427,7 @@ private Q_SLOTS:
                      box(u"Run-time error '75':\r\n\r\nPath/File access error"_s, MsgButtons::Ok,
                          MsgIcon::Critical));
             QCOMPARE(seams.programEnd.ends, 1);
-            QCOMPARE(readBytes(m_iniPath), old);
+            QCOMPARE(readFile(m_iniPath), old);
         }
     }
 
@@ -455,7 +442,7 @@ private Q_SLOTS:
         guarded([] { SaveSettings(std::nullopt); });
         QCOMPARE(seams.messageBoxes.shown.last().text,
                  u"Run-time error '9':\r\n\r\nSubscript out of range"_s);
-        QCOMPARE(readBytes(m_iniPath), bytes);
+        QCOMPARE(readFile(m_iniPath), bytes);
     }
 };
 

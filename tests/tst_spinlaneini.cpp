@@ -3,7 +3,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "support/SettingsFiles.h"
+
 using namespace Qt::StringLiterals;
+using namespace spinlane::testing;
 
 namespace {
 
@@ -21,12 +24,6 @@ Result run(const QStringList& arguments)
         return {};
     return {tool.exitCode(), QString::fromUtf8(tool.readAllStandardOutput()),
             QString::fromUtf8(tool.readAllStandardError())};
-}
-
-QByteArray readBytes(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 const QByteArray kFile = "; kept by hand\r\n[General]\r\nTotal Queue Items=2\r\n"
@@ -47,9 +44,7 @@ private Q_SLOTS:
     void init()
     {
         m_path = m_dir.filePath(u"Spinlane.INI"_s);
-        QFile file(m_path);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(kFile);
+        writeFile(m_path, kFile);
     }
 
     void getReadsAsTheProgramDoes()
@@ -71,12 +66,12 @@ private Q_SLOTS:
         QByteArray expected = kFile;
         expected.replace("Caffeine in D2O\r\nStatus=Idle", "Caffeine in D2O\r\nStatus=Done");
         expected += "[Item 3]\r\nStatus=Idle  Injected=1\r\n";
-        QCOMPARE(readBytes(m_path), expected);
+        QCOMPARE(readFile(m_path), expected);
 
         QCOMPARE(run({u"clear"_s, m_path, u"item 1"_s}).exitCode, 0);
         expected.replace(expected.indexOf("Item S/N"),
                          expected.indexOf("[Item 2]") - expected.indexOf("Item S/N"), "");
-        QCOMPARE(readBytes(m_path), expected);
+        QCOMPARE(readFile(m_path), expected);
     }
 
     void queuePrintsATable()
