@@ -55,29 +55,19 @@ private Q_SLOTS:
 
     void integerRounding()
     {
-        // Halves go to the even neighbour.
-        QCOMPARE(toInt16(0.5), qint16(0));
-        QCOMPARE(toInt16(1.5), qint16(2));
-        QCOMPARE(toInt16(2.5), qint16(2));
-        QCOMPARE(toInt16(-0.5), qint16(0));
-        QCOMPARE(toInt16(-1.5), qint16(-2));
-        QCOMPARE(toInt16(-2.5), qint16(-2));
-        QCOMPARE(toInt16(2.4999), qint16(2));
-        QCOMPARE(toInt16(2.5001), qint16(3));
-        QCOMPARE(toInt32(1234567.5), qint32(1234568));
-        QCOMPARE(toInt32(1234568.5), qint32(1234568));
-
-        // The range ends, and the first values past them.
-        QCOMPARE(toInt16(32767.0), qint16(32767));
-        QCOMPARE(toInt16(-32768.5), qint16(-32768));
-        QCOMPARE(errorNumber([] { toInt16(32767.5); }), RuntimeError::Overflow);
-        QCOMPARE(errorNumber([] { toInt16(-32769.0); }), RuntimeError::Overflow);
-        QCOMPARE(toInt32(2147483647.0), qint32(2147483647));
-        QCOMPARE(toInt32(-2147483648.0), qint32(-2147483647 - 1));
-        QCOMPARE(errorNumber([] { toInt32(2147483647.5); }), RuntimeError::Overflow);
-        QCOMPARE(errorNumber([] { toInt32(-2147483649.0); }), RuntimeError::Overflow);
-        QCOMPARE(errorNumber([] { toInt32(std::numeric_limits<double>::quiet_NaN()); }),
-                 RuntimeError::Overflow);
+        // Halves go to the even neighbour; the range ends, and the first values past them.
+        const double in16[] = {0.5, 1.5, 2.5, -0.5, -1.5, -2.5, 2.4999, 2.5001, 32767.0, -32768.5};
+        const qint16 out16[] = {0, 2, 2, 0, -2, -2, 2, 3, 32767, -32768};
+        for (size_t i = 0; i < std::size(in16); ++i)
+            QCOMPARE(toInt16(in16[i]), out16[i]);
+        const double in32[] = {1234567.5, 1234568.5, 2147483647.0, -2147483648.0};
+        const qint32 out32[] = {1234568, 1234568, 2147483647, -2147483647 - 1};
+        for (size_t i = 0; i < std::size(in32); ++i)
+            QCOMPARE(toInt32(in32[i]), out32[i]);
+        for (double value : {32767.5, -32769.0})
+            QCOMPARE(errorNumber([=] { toInt16(value); }), RuntimeError::Overflow);
+        for (double value : {2147483647.5, -2147483649.0, std::numeric_limits<double>::quiet_NaN()})
+            QCOMPARE(errorNumber([=] { toInt32(value); }), RuntimeError::Overflow);
     }
 
     void toBoolean_data()
@@ -111,29 +101,18 @@ private Q_SLOTS:
 
     void formats()
     {
-        QCOMPARE(formatQueueNumber(1), u"001"_s);
-        QCOMPARE(formatQueueNumber(42), u"042"_s);
-        QCOMPARE(formatQueueNumber(999), u"999"_s);
-        QCOMPARE(formatQueueNumber(1000), u"1000"_s);
-        QCOMPARE(formatQueueNumber(0), u"000"_s);
-        QCOMPARE(formatQueueNumber(-5), u"-005"_s);
-        QCOMPARE(formatQueueNumber(2.5), u"003"_s); // the format rounds halves away from zero
-        QCOMPARE(formatQueueNumber(6.4), u"006"_s);
-
-        QCOMPARE(formatOneDecimal(0), u"0.0"_s);
-        QCOMPARE(formatOneDecimal(7), u"7.0"_s);
-        QCOMPARE(formatOneDecimal(0.04), u"0.0"_s);
-        QCOMPARE(formatOneDecimal(0.05), u"0.1"_s);
-        QCOMPARE(formatOneDecimal(0.15), u"0.2"_s); // a half as written, not as stored in binary
-        QCOMPARE(formatOneDecimal(19.96), u"20.0"_s);
-        QCOMPARE(formatOneDecimal(1234.56), u"1234.6"_s);
-        QCOMPARE(formatOneDecimal(-3.25), u"-3.3"_s);
-        QCOMPARE(formatOneDecimal(-0.01), u"0.0"_s);
-
+        // The queue number rounds halves away from zero, the one decimal a half as written.
+        const double numbers[] = {1, 42, 999, 1000, 0, -5, 2.5, 6.4};
+        const QStringList numberTexts = u"001 042 999 1000 000 -005 003 006"_s.split(u' ');
+        for (size_t i = 0; i < std::size(numbers); ++i)
+            QCOMPARE(formatQueueNumber(numbers[i]), numberTexts.at(qsizetype(i)));
+        const double decimals[] = {0, 7, 0.04, 0.05, 0.15, 19.96, 1234.56, -3.25, -0.01};
+        const QStringList decimalTexts = u"0.0 7.0 0.0 0.1 0.2 20.0 1234.6 -3.3 0.0"_s.split(u' ');
+        for (size_t i = 0; i < std::size(decimals); ++i)
+            QCOMPARE(formatOneDecimal(decimals[i]), decimalTexts.at(qsizetype(i)));
         QCOMPARE(singleText(2000.0f), u"2000"_s);
         QCOMPARE(singleText(1234.5f), u"1234.5"_s);
         QCOMPARE(singleText(-15.0f), u"-15"_s);
-
         QCOMPARE(trimSpaces(u"  a b \t "_s), u"a b \t"_s);
         QCOMPARE(trimSpaces(u"   "_s), QString());
     }

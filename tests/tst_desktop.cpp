@@ -114,7 +114,7 @@ private Q_SLOTS:
         window.show();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
         const QRect placed = window.geometry();
-        for (bool onTop : {true, false}) {
+        for (bool onTop : {true, true, false, false}) {
             stay_on_top(&window, onTop);
             QCOMPARE(window.windowFlags().testFlag(Qt::WindowStaysOnTopHint), onTop);
             QCOMPARE(window.windowHandle()->flags().testFlag(Qt::WindowStaysOnTopHint), onTop);

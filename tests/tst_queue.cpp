@@ -219,22 +219,12 @@ private Q_SLOTS:
         QCOMPARE(gQueueList.row(2).subItems,
                  (std::array<QString, 6>{u"SN2"_s, u"12"_s, u"S"_s, u"COSY"_s, u"ann"_s,
                                          u"In progress"_s}));
-        struct Marks {
-            bool checked;
-            bool bold;
-            quint32 color;
-        };
-        const Marks expected[] = {{false, false, kWindowTextColor},
-                                  {true, true, kGreen},
-                                  {true, true, kBlue},
-                                  {true, true, kRed},
-                                  {true, true, kYellow},
-                                  {false, false, kWindowTextColor}}; // another word: as added
+        // Idle and an unknown word ("Waiting") plain, the others checked, bold and coloured.
+        QCOMPARE(checkMarks(), (QList<bool>{false, true, true, true, true, false}));
+        const quint32 colors[] = {kWindowTextColor, kGreen, kBlue, kRed, kYellow, kWindowTextColor};
         for (qint32 i = 1; i <= 6; ++i) {
-            const QueueRow& row = gQueueList.row(i);
-            QCOMPARE(row.checked, expected[i - 1].checked);
-            QCOMPARE(row.bold, expected[i - 1].bold);
-            QCOMPARE(row.foreColor, expected[i - 1].color);
+            QCOMPARE(gQueueList.row(i).bold, gQueueList.row(i).checked);
+            QCOMPARE(gQueueList.row(i).foreColor, colors[i - 1]);
         }
         QCOMPARE(gQueueList.selectedIndex(), 6); // nothing run yet: the last row
 

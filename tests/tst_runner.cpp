@@ -421,21 +421,10 @@ private Q_SLOTS:
         gQueueList.setSelected(2, true);
         gCurrentQueueNum = 1;
         UpdateSelectionStatus();
-        QCOMPARE(gStatusBar.text(StatusBar::SamplePanel), u"Sample 2"_s);
-        QCOMPARE(gStatusBar.text(StatusBar::ExperimentPanel), u"CARBON"_s);
-        QCOMPARE(gStatusBar.text(StatusBar::OutputFilePanel), u"/data/five.kvd"_s);
-        QCOMPARE(gStatusBar.outputFileToolTip(), u"/data/five.kvd"_s);
-        QCOMPARE(gStatusBar.progressMaximum(), 2);
-        QCOMPARE(gStatusBar.progressValue(), 1);
-
+        QCOMPARE(statusBarShows(), u"Sample 2|CARBON|/data/five.kvd|/data/five.kvd|1|2"_s);
         gQueueList.clear();
         UpdateSelectionStatus();
-        QCOMPARE(gStatusBar.text(StatusBar::SamplePanel), QString());
-        QCOMPARE(gStatusBar.text(StatusBar::ExperimentPanel), QString());
-        QCOMPARE(gStatusBar.text(StatusBar::OutputFilePanel), QString());
-        QCOMPARE(gStatusBar.outputFileToolTip(), u"Current Selected Exp Output File Path"_s);
-        QCOMPARE(gStatusBar.progressMaximum(), 1);
-        QCOMPARE(gStatusBar.progressValue(), 0);
+        QCOMPARE(statusBarShows(), u"|||Current Selected Exp Output File Path|0|1"_s);
     }
 
     void runLogFile()

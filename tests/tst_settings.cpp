@@ -1,3 +1,4 @@
+#include "app/Conversions.h"
 #include "app/RuntimeError.h"
 #include "app/Settings.h"
 #include "app/Startup.h"
@@ -42,6 +43,23 @@ QByteArray itemSection(int n, const QByteArray& serial, int sample, const QByteA
            + name + ".kvd\r\nStatus=" + status + "\r\n";
 }
 
+// The general settings as loaded, "|" between them: form top and left, on top, experiments only,
+// password, sample control, layout, current item, item count, log file.
+QString generalSettings()
+{
+    return QStringList{singleText(gFormTop),
+                       singleText(gFormLeft),
+                       booleanText(gAlwaysOnTop),
+                       booleanText(gExpQueueOnly),
+                       gAdminPassword,
+                       QString::number(gSampleControl),
+                       QString::number(gQueueLayout),
+                       QString::number(gCurrentQueueNum),
+                       QString::number(gTotalQueueItems),
+                       gLogFile}
+        .join(u'|');
+}
+
 void showRows(int count)
 {
     gQueueList.clear();
@@ -56,13 +74,22 @@ class TestSettings : public QObject {
 
     QTemporaryDir m_root;
     QString m_iniPath;
+    std::unique_ptr<ScriptedSeams> m_seams;
+
+    ScriptedSeams& seams() { return *m_seams; }
+    // Fresh seams, as at another start of the program; the old ones check their answers.
+    void renewSeams()
+    {
+        m_seams.reset();
+        m_seams = std::make_unique<ScriptedSeams>();
+    }
 
     // A settings file at the default path that the store already remembers, with the program's
     // own version, so a load asks nothing.
-    void useDefaultFile(ScriptedSeams& seams, const QByteArray& bytes)
+    void useDefaultFile(const QByteArray& bytes)
     {
         writeFile(m_iniPath, bytes);
-        seams.settingsStore.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, m_iniPath);
+        seams().settingsStore.setValue(u"Spinlane"_s, u"Path"_s, u"Spinlane.INI"_s, m_iniPath);
     }
 
 private Q_SLOTS:
@@ -78,117 +105,92 @@ private Q_SLOTS:
         QCOMPARE(m_iniPath, m_root.path() + u"/korvo/config/Spinlane.INI"_s);
         QDir(m_root.path()).removeRecursively();
         QDir().mkpath(m_root.path());
+        renewSeams();
     }
+    void cleanup() { m_seams.reset(); }
 
     void locatingTheFile()
     {
         writeFile(m_iniPath, "[General]\r\nVersion Number=2.0.5\r\n");
-        {
-            // Nothing remembered: the file must be confirmed once, even at the default path.
-            ScriptedSeams seams;
-            seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
-            seams.fileDialogs.queueChoice(m_iniPath);
-            LoadSettings();
-            QCOMPARE(seams.messageBoxes.shown,
-                     QList{box(kLocateText, MsgButtons::OkCancel, MsgIcon::Critical)});
-            const FileDialogRequest expected{
-                u"Locate the 'Spinlane.ini' file."_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
-            QCOMPARE(seams.fileDialogs.opened, QList{expected});
-            QCOMPARE(seams.settingsStore.values.value(kStorePath), m_iniPath);
+        // Nothing remembered: the file must be confirmed once, even at the default path.
+        seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
+        seams().fileDialogs.queueChoice(m_iniPath);
+        LoadSettings();
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(kLocateText, MsgButtons::OkCancel, MsgIcon::Critical)});
+        const FileDialogRequest expected{
+            u"Locate the 'Spinlane.ini' file."_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
+        QCOMPARE(seams().fileDialogs.opened, QList{expected});
+        QCOMPARE(seams().settingsStore.values.value(kStorePath), m_iniPath);
 
-            // Remembered now, in another case: no question at the next start.
-            seams.settingsStore.values[kStorePath] = m_iniPath.toUpper();
+        // Remembered now, in another case: no question at the next start.
+        seams().settingsStore.values[kStorePath] = m_iniPath.toUpper();
+        LoadSettings();
+        QCOMPARE(seams().messageBoxes.shown.size(), 1);
+        QCOMPARE(gIniPath, m_iniPath);
+        // A file kept elsewhere is used, but the question comes back at every start.
+        const QString elsewhere = m_root.path() + u"/elsewhere/Spinlane.INI"_s;
+        writeFile(elsewhere, "[General]\r\nVersion Number=2.0.5\r\nSample Control=2\r\n");
+        renewSeams();
+        for (int start = 0; start < 2; ++start) {
+            seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
+            seams().fileDialogs.queueChoice(elsewhere);
             LoadSettings();
-            QCOMPARE(seams.messageBoxes.shown.size(), 1);
-            QCOMPARE(gIniPath, m_iniPath);
+            QCOMPARE(gIniPath, elsewhere);
+            QCOMPARE(gSampleControl, qint16(2));
         }
-        {
-            // A file kept elsewhere is used, but the question comes back at every start.
-            const QString elsewhere = m_root.path() + u"/elsewhere/Spinlane.INI"_s;
-            writeFile(elsewhere, "[General]\r\nVersion Number=2.0.5\r\nSample Control=2\r\n");
-            ScriptedSeams seams;
-            for (int start = 0; start < 2; ++start) {
-                seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
-                seams.fileDialogs.queueChoice(elsewhere);
-                LoadSettings();
-                QCOMPARE(gIniPath, elsewhere);
-                QCOMPARE(gSampleControl, qint16(2));
-            }
-            QCOMPARE(seams.messageBoxes.shown.size(), 2);
-            QCOMPARE(seams.settingsStore.values.value(kStorePath), elsewhere);
-        }
+        QCOMPARE(seams().messageBoxes.shown.size(), 2);
+        QCOMPARE(seams().settingsStore.values.value(kStorePath), elsewhere);
     }
 
     void cancellingTheLocationEndsTheProgram()
     {
-        {
-            ScriptedSeams seams;
-            seams.messageBoxes.queueAnswer(MsgAnswer::Cancel);
-            QVERIFY(endsProgram(LoadSettings));
-            QCOMPARE(seams.programEnd.ends, 1);
-            QVERIFY(seams.fileDialogs.opened.isEmpty());
-        }
-        {
-            ScriptedSeams seams;
-            seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
-            seams.fileDialogs.queueChoice({});
-            QVERIFY(endsProgram(LoadSettings));
-            QCOMPARE(seams.programEnd.ends, 1);
-            QVERIFY(!seams.settingsStore.values.contains(kStorePath));
-        }
+        seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
+        QVERIFY(endsProgram(LoadSettings));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(seams().fileDialogs.opened.isEmpty());
+        renewSeams();
+        seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
+        seams().fileDialogs.queueChoice({});
+        QVERIFY(endsProgram(LoadSettings));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(!seams().settingsStore.values.contains(kStorePath));
     }
 
     void versionQuestionAtLoad()
     {
         const QByteArray bytes = "[General]\r\nVersion Number=2.0.4\r\nSample Control=2\r\n";
-        {
-            ScriptedSeams seams;
-            useDefaultFile(seams, bytes);
-            seams.messageBoxes.queueAnswer(MsgAnswer::No);
-            QVERIFY(endsProgram(LoadSettings));
-            QCOMPARE(seams.messageBoxes.shown, QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s),
-                                                         MsgButtons::YesNo, MsgIcon::Question)});
-            QCOMPARE(gSampleControl, qint16(0)); // ended before reading the settings
-        }
-        {
-            ScriptedSeams seams;
-            useDefaultFile(seams, bytes);
-            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
-            LoadSettings();
-            QCOMPARE(gIniVersion, u"2.0.4"_s);
-            QCOMPARE(gSampleControl, qint16(2));
-        }
-        {
-            // A new file has no version and asks once; a version in other capitals asks nothing.
-            ScriptedSeams seams;
-            useDefaultFile(seams, "");
-            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
-            LoadSettings();
-            QCOMPARE(seams.messageBoxes.shown.first().text, loadQuestion({}, u"2.0.5"_s));
-            gExeVersion = u"2.0.5-RC"_s;
-            useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5-rc\r\n");
-            LoadSettings();
-            QCOMPARE(seams.messageBoxes.shown.size(), 1);
-        }
+        useDefaultFile(bytes);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        QVERIFY(endsProgram(LoadSettings));
+        QCOMPARE(seams().messageBoxes.shown, QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s),
+                                                       MsgButtons::YesNo, MsgIcon::Question)});
+        QCOMPARE(gSampleControl, qint16(0)); // ended before reading the settings
+        renewSeams();
+        useDefaultFile(bytes);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        LoadSettings();
+        QCOMPARE(gIniVersion, u"2.0.4"_s);
+        QCOMPARE(gSampleControl, qint16(2));
+        // A new file has no version and asks once; a version in other capitals asks nothing.
+        renewSeams();
+        useDefaultFile("");
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        LoadSettings();
+        QCOMPARE(seams().messageBoxes.shown.first().text, loadQuestion({}, u"2.0.5"_s));
+        gExeVersion = u"2.0.5-RC"_s;
+        useDefaultFile("[General]\r\nVersion Number=2.0.5-rc\r\n");
+        LoadSettings();
+        QCOMPARE(seams().messageBoxes.shown.size(), 1);
     }
 
     void defaultsWhenTheFileHasNoGeneralSection()
     {
-        ScriptedSeams seams;
-        useDefaultFile(seams, "[Other]\r\nVersion Number=2.0.5\r\nAlwaysOnTop=False\r\n");
-        seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+        useDefaultFile("[Other]\r\nVersion Number=2.0.5\r\nAlwaysOnTop=False\r\n");
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
         gQueue.redim(3);
         LoadSettings();
-        QCOMPARE(gFormTop, 2000.0f);
-        QCOMPARE(gFormLeft, 2500.0f);
-        QCOMPARE(gAlwaysOnTop, true);
-        QCOMPARE(gExpQueueOnly, false);
-        QCOMPARE(gAdminPassword, QString());
-        QCOMPARE(gSampleControl, qint16(1));
-        QCOMPARE(gQueueLayout, qint16(1));
-        QCOMPARE(gCurrentQueueNum, 0);
-        QCOMPARE(gTotalQueueItems, 1);
-        QCOMPARE(gLogFile, QString());
+        QCOMPARE(generalSettings(), u"2000|2500|True|False||1|1|0|1|"_s);
         QCOMPARE(gQueue.upperBound(), 1);
         QueueItem expected;
         expected.ItemSN = u"00000"_s;
@@ -197,29 +199,22 @@ private Q_SLOTS:
 
     void readingRules()
     {
-        ScriptedSeams seams;
-        seams.settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, u"1234.5twips"_s);
-        seams.settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormLeft"_s, u"left"_s);
+        seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormTop"_s,
+                                       u"1234.5twips"_s);
+        seams().settingsStore.setValue(u"Spinlane"_s, u"Position"_s, u"FormLeft"_s, u"left"_s);
         const QByteArray longName(300, 'x');
-        useDefaultFile(seams, "[general]\r\nversion number = 2.0.5\r\nAlwaysOnTop=false\r\n"
-                              "ExpQueueOnly=-1\r\nPassword=\"  Secret \"\r\nSample Control=3\r\n"
-                              "Queue Layout=2.5\r\nCurrent Queue Num= 1 2abc\r\n"
-                              "Total Queue Items=2\r\nLogFile=  /var/log/run.log  \r\n"
-                              "[Item 1]\r\nSample Name="
-                                  + longName
-                                  + "\r\nSample Num=&H10\r\n"
-                                    "Exp Title Index=3.5\r\nStatus='Done'\r\n"
-                                    "[Item 2]\r\nItem S/N=\r\nSample Num=-7\r\nUser ID\r\n");
+        useDefaultFile("[general]\r\nversion number = 2.0.5\r\nAlwaysOnTop=false\r\n"
+                       "ExpQueueOnly=-1\r\nPassword=\"  Secret \"\r\nSample Control=3\r\n"
+                       "Queue Layout=2.5\r\nCurrent Queue Num= 1 2abc\r\n"
+                       "Total Queue Items=2\r\nLogFile=  /var/log/run.log  \r\n"
+                       "[Item 1]\r\nSample Name="
+                       + longName
+                       + "\r\nSample Num=&H10\r\n"
+                         "Exp Title Index=3.5\r\nStatus='Done'\r\n"
+                         "[Item 2]\r\nItem S/N=\r\nSample Num=-7\r\nUser ID\r\n");
         LoadSettings();
-        QCOMPARE(gFormTop, 1234.5f);
-        QCOMPARE(gFormLeft, 0.0f);
-        QCOMPARE(gAlwaysOnTop, false);
-        QCOMPARE(gExpQueueOnly, true);
-        QCOMPARE(gAdminPassword, u"Secret"_s);
-        QCOMPARE(gSampleControl, qint16(3));
-        QCOMPARE(gQueueLayout, qint16(2)); // halves go to the even neighbour
-        QCOMPARE(gCurrentQueueNum, 12);
-        QCOMPARE(gLogFile, u"/var/log/run.log"_s);
+        // Layout: halves go to the even neighbour.
+        QCOMPARE(generalSettings(), u"1234.5|0|False|True|Secret|3|2|12|2|/var/log/run.log"_s);
         QCOMPARE(gQueue.upperBound(), 2);
         QCOMPARE(gQueue(1).SampleName, QString::fromLatin1(longName.left(254)));
         QCOMPARE(gQueue(1).SampleNum, 16);
@@ -234,10 +229,8 @@ private Q_SLOTS:
     void emptyCountLeavesTheQueue()
     {
         for (const char* count : {"0", "-4"}) {
-            ScriptedSeams seams;
-            useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items="
-                                      + QByteArray(count)
-                                      + "\r\n[Item 1]\r\nSample Name=from file\r\n");
+            useDefaultFile("[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items="
+                           + QByteArray(count) + "\r\n[Item 1]\r\nSample Name=from file\r\n");
             gQueue.redim(2);
             gQueue(2).SampleName = u"kept"_s;
             LoadSettings();
@@ -271,9 +264,8 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, bytes);
         QFETCH(int, sampleControl);
-        ScriptedSeams seams;
         gExeVersion.clear(); // no version in these files either: no question
-        useDefaultFile(seams, bytes);
+        useDefaultFile(bytes);
         LoadSettings();
         QCOMPARE(gSampleControl, sampleControl);
         QCOMPARE(gQueue.upperBound(), 1);
@@ -299,20 +291,19 @@ private Q_SLOTS:
         QFETCH(QByteArray, general);
         QFETCH(QByteArray, item);
         QFETCH(QString, message);
-        ScriptedSeams seams;
         const QByteArray bytes =
             "[General]\r\nVersion Number=2.0.5\r\n" + general + "\r\n[Item 1]\r\n" + item + "\r\n";
-        useDefaultFile(seams, bytes);
+        useDefaultFile(bytes);
         guarded(LoadSettings);
-        QCOMPARE(seams.programEnd.ends, 1);
-        QCOMPARE(seams.messageBoxes.shown.size(), 1);
-        QCOMPARE(seams.messageBoxes.shown.first(), box(message, MsgButtons::Ok, MsgIcon::Critical));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QCOMPARE(seams().messageBoxes.shown.size(), 1);
+        QCOMPARE(seams().messageBoxes.shown.first(),
+                 box(message, MsgButtons::Ok, MsgIcon::Critical));
         QCOMPARE(readFile(m_iniPath), bytes);
     }
 
     void saveWritesEverySettingInOrder()
     {
-        ScriptedSeams seams;
         QDir().mkpath(QFileInfo(m_iniPath).path());
         gIniPath = m_iniPath; // no file yet: the save creates it
         gIniVersion = gExeVersion;
@@ -337,13 +328,13 @@ private Q_SLOTS:
                  "Total Queue Items=2\r\nLogFile=/korvo/config/Spinlane.log\r\n"
                      + itemSection(1, "00001", 5, "A", "Done")
                      + itemSection(2, "00002", 6, "B", "Idle"));
-        QCOMPARE(seams.settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"1500"_s);
-        QCOMPARE(seams.settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"3000"_s);
+        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"1500"_s);
+        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"3000"_s);
 
         // A minimized or maximized window leaves the stored position alone.
-        seams.settingsStore.values.clear();
+        seams().settingsStore.values.clear();
         SaveSettings(std::nullopt);
-        QVERIFY(seams.settingsStore.values.isEmpty());
+        QVERIFY(seams().settingsStore.values.isEmpty());
         QCOMPARE(gFormTop, 1500.0f);
     }
 
@@ -356,8 +347,7 @@ private Q_SLOTS:
             "[Lab Notes]\r\nmagnet=600 MHz\r\n\r\n"
             + itemSection(1, "00001", 5, "A", "Idle") + "\r\n"
             + itemSection(2, "00002", 6, "B", "Idle");
-        ScriptedSeams seams;
-        useDefaultFile(seams, bytes);
+        useDefaultFile(bytes);
         LoadSettings();
         showRows(gTotalQueueItems);
         SaveSettings(std::nullopt);
@@ -375,11 +365,10 @@ private Q_SLOTS:
 
     void staleItemSectionsStay()
     {
-        ScriptedSeams seams;
-        useDefaultFile(seams, "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=3\r\n"
-                                  + itemSection(1, "00001", 1, "A", "Idle")
-                                  + itemSection(2, "00002", 2, "B", "Idle")
-                                  + itemSection(3, "00003", 3, "C", "Idle"));
+        useDefaultFile("[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=3\r\n"
+                       + itemSection(1, "00001", 1, "A", "Idle")
+                       + itemSection(2, "00002", 2, "B", "Idle")
+                       + itemSection(3, "00003", 3, "C", "Idle"));
         LoadSettings();
         QCOMPARE(gTotalQueueItems, 3);
         showRows(2);
@@ -394,53 +383,45 @@ private Q_SLOTS:
     {
         const QByteArray old = "[General]\r\nVersion Number=2.0.4\r\n";
         const QString backup = m_root.path() + u"/korvo/config/Spinlane_2.0.4.INI"_s;
-        {
-            ScriptedSeams seams;
-            writeFile(m_iniPath, old);
-            writeFile(backup, "an older back-up");
-            gIniPath = m_iniPath;
-            gIniVersion = u"2.0.4"_s;
-            seams.messageBoxes.queueAnswer(MsgAnswer::No);
-            SaveSettings(std::nullopt);
-            QCOMPARE(seams.messageBoxes.shown, QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s),
-                                                         MsgButtons::YesNo, MsgIcon::Question)});
-            QCOMPARE(readFile(backup), old);
-            QVERIFY(readFile(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
-        }
-        {
-            ScriptedSeams seams;
-            QFile::remove(backup);
-            writeFile(m_iniPath, old);
-            seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
-            SaveSettings(std::nullopt);
-            QVERIFY(!QFile::exists(backup));
-            QVERIFY(readFile(m_iniPath).contains("Version Number=2.0.5"));
-        }
-        {
-            // A back-up that cannot be made is a run-time error; the file is not overwritten.
-            ScriptedSeams seams;
-            writeFile(m_iniPath, old);
-            QDir().mkpath(backup); // a folder in the way of the copy
-            seams.messageBoxes.queueAnswer(MsgAnswer::No);
-            guarded([] { SaveSettings(std::nullopt); });
-            QCOMPARE(seams.messageBoxes.shown.last(),
-                     box(u"Run-time error '75':\r\n\r\nPath/File access error"_s, MsgButtons::Ok,
-                         MsgIcon::Critical));
-            QCOMPARE(seams.programEnd.ends, 1);
-            QCOMPARE(readFile(m_iniPath), old);
-        }
+        writeFile(m_iniPath, old);
+        writeFile(backup, "an older back-up");
+        gIniPath = m_iniPath;
+        gIniVersion = u"2.0.4"_s;
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        SaveSettings(std::nullopt);
+        QCOMPARE(seams().messageBoxes.shown, QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s),
+                                                       MsgButtons::YesNo, MsgIcon::Question)});
+        QCOMPARE(readFile(backup), old);
+        QVERIFY(readFile(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
+        renewSeams();
+        QFile::remove(backup);
+        writeFile(m_iniPath, old);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        SaveSettings(std::nullopt);
+        QVERIFY(!QFile::exists(backup));
+        QVERIFY(readFile(m_iniPath).contains("Version Number=2.0.5"));
+        // A back-up that cannot be made is a run-time error; the file is not overwritten.
+        renewSeams();
+        writeFile(m_iniPath, old);
+        QDir().mkpath(backup); // a folder in the way of the copy
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        guarded([] { SaveSettings(std::nullopt); });
+        QCOMPARE(seams().messageBoxes.shown.last(),
+                 box(u"Run-time error '75':\r\n\r\nPath/File access error"_s, MsgButtons::Ok,
+                     MsgIcon::Critical));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QCOMPARE(readFile(m_iniPath), old);
     }
 
     void saveFailuresKeepTheFile()
     {
-        ScriptedSeams seams;
         const QByteArray bytes = "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=1\r\n";
-        useDefaultFile(seams, bytes);
+        useDefaultFile(bytes);
         LoadSettings();
         // More rows than records: the save stops before writing anything.
         showRows(2);
         guarded([] { SaveSettings(std::nullopt); });
-        QCOMPARE(seams.messageBoxes.shown.last().text,
+        QCOMPARE(seams().messageBoxes.shown.last().text,
                  u"Run-time error '9':\r\n\r\nSubscript out of range"_s);
         QCOMPARE(readFile(m_iniPath), bytes);
     }

@@ -1,7 +1,6 @@
 #include "app/RuntimeError.h"
 #include "app/SystemSeams.h"
 #include "app/reg_docs.h"
-#include "app/stay_on_top.h"
 #include "app/wait_in_seconds.h"
 #include "support/ScriptedSeams.h"
 
@@ -9,7 +8,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
-#include <QWindow>
 
 #include <ctime>
 
@@ -90,20 +88,6 @@ private Q_SLOTS:
                  u"/korvo/config/Spinlane.INI"_s);
         QCOMPARE(reopened.value(u"Spinlane"_s, u"Position"_s, u"FormTop"_s, {}), u"1500"_s);
         QCOMPARE(reopened.value(u"Other"_s, u"Position"_s, u"FormTop"_s, u"none"_s), u"none"_s);
-    }
-
-    void stayOnTopKeepsThePlace()
-    {
-        QWindow window;
-        window.setGeometry(100, 120, 300, 200);
-        window.show();
-        const QRect placed = window.geometry();
-        for (bool onTop : {true, true, false, false}) {
-            stay_on_top(&window, onTop);
-            QCOMPARE(window.flags().testFlag(Qt::WindowStaysOnTopHint), onTop);
-            QCOMPARE(window.geometry(), placed);
-            QVERIFY(window.isVisible());
-        }
     }
 
     void runtimeErrorsAreReportedAndEndTheProgram()

@@ -3,18 +3,18 @@
 #include "app/Conversions.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "queue/StatusBar.h"
 
 #include <algorithm>
-#include <functional>
 
 using namespace Qt::StringLiterals;
 
 namespace spinlane::testing {
 namespace {
 
-template <typename T> QList<T> perRow(const std::function<T(qint32)>& column)
+template <typename Column> auto perRow(Column column)
 {
-    QList<T> result;
+    QList<decltype(column(1))> result;
     for (qint32 i = 1; i <= gQueueList.count(); ++i)
         result.append(column(i));
     return result;
@@ -77,27 +77,24 @@ void addRow(qint32 n)
 
 QStringList serials()
 {
-    return perRow<QString>([](qint32 i) { return gQueue(i).ItemSN; });
+    return perRow([](qint32 i) { return gQueue(i).ItemSN; });
 }
-
 QStringList sampleNames()
 {
-    return perRow<QString>([](qint32 i) { return gQueue(i).SampleName; });
+    return perRow([](qint32 i) { return gQueue(i).SampleName; });
 }
-
 QStringList texts()
 {
-    return perRow<QString>([](qint32 i) { return gQueueList.row(i).text; });
+    return perRow([](qint32 i) { return gQueueList.row(i).text; });
 }
-
 QList<bool> checkMarks()
 {
-    return perRow<bool>([](qint32 i) { return gQueueList.row(i).checked; });
+    return perRow([](qint32 i) { return gQueueList.row(i).checked; });
 }
 
 QStringList statuses()
 {
-    return perRow<QString>([](qint32 i) {
+    return perRow([](qint32 i) {
         const QString row = gQueueList.subItem(i, QueueList::StatusSubItem);
         return row == gQueue(i).Status ? row : row + u" != "_s + gQueue(i).Status;
     });
@@ -105,6 +102,15 @@ QStringList statuses()
 
 QStringList serialsOf(std::initializer_list<int> numbers) { return prefixed(u"SN"_s, numbers); }
 QStringList namesOf(std::initializer_list<int> numbers) { return prefixed(u"Sample "_s, numbers); }
+
+QString statusBarShows()
+{
+    return QStringList{
+        gStatusBar.text(StatusBar::SamplePanel),     gStatusBar.text(StatusBar::ExperimentPanel),
+        gStatusBar.text(StatusBar::OutputFilePanel), gStatusBar.outputFileToolTip(),
+        QString::number(gStatusBar.progressValue()), QString::number(gStatusBar.progressMaximum())}
+        .join(u'|');
+}
 
 bool rowsNumbered()
 {

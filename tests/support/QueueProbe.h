@@ -32,6 +32,10 @@ QStringList statuses();
 QStringList serialsOf(std::initializer_list<int> numbers);
 QStringList namesOf(std::initializer_list<int> numbers);
 
+// The status bar, "|" between the parts: sample, experiment, output file and its tool tip, and
+// the progress value and maximum.
+QString statusBarShows();
+
 // Every row i reads formatQueueNumber(i), carries tag i and shows the serial of gQueue(i).
 bool rowsNumbered();
 
