@@ -1,22 +1,6 @@
 #include "app/Conversions.h"
-#include "app/Startup.h"
-#include "queue/QueueList.h"
-#include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "support/ProgramFixture.h"
-#include "support/QueueProbe.h"
-#include "ui/ItemDialogControl.h"
-#include "ui/QueueView.h"
-#include "ui/frmItemDialog.h"
-#include "ui/frmSpinlane.h"
-
-#include <QAction>
-#include <QComboBox>
-#include <QGroupBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -51,8 +35,7 @@ class TestItemDialog : public ProgramTest {
 private Q_SLOTS:
     void addingInsertingAndRestarting()
     {
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         form->txtOrg->setText(u"  Chem Lab  "_s);
         seams().time.setNow(QDateTime(QDate(2026, 11, 22), QTime(9, 0)));
 
@@ -112,8 +95,7 @@ private Q_SLOTS:
 
     void controlsCaptionsAndToolTips()
     {
-        frmSpinlane* form = start({}, {{u"AlwaysOnTop"_s, u"True"_s}});
-        QVERIFY(form);
+        START_PROGRAM({}, {{u"AlwaysOnTop"_s, u"True"_s}});
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         QVERIFY(dialog);
@@ -161,8 +143,7 @@ private Q_SLOTS:
 
     void queueNumberField()
     {
-        frmSpinlane* form = start(QList<QueueEntry>(10), {{u"Current Queue Num"_s, u"4"_s}});
-        QVERIFY(form);
+        START_PROGRAM(QList<QueueEntry>(10), {{u"Current Queue Num"_s, u"4"_s}});
         seams().messageBoxes.queueAnswer(MsgAnswer::No); // row 4 of 10: add at the end
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
@@ -202,11 +183,10 @@ private Q_SLOTS:
 
     void sampleNumberLookUp()
     {
-        frmSpinlane* form = start({{u"Idle"_s, 7, 0, u"bob"_s, u"Physics"_s},
-                                   {u"Idle"_s, 3, 0, u"ann"_s, u"Chem"_s},
-                                   {u"Idle"_s, 7, 0, u"carla"_s, u"Bio"_s}},
-                                  {{u"Sample Control"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{u"Idle"_s, 7, 0, u"bob"_s, u"Physics"_s},
+                       {u"Idle"_s, 3, 0, u"ann"_s, u"Chem"_s},
+                       {u"Idle"_s, 7, 0, u"carla"_s, u"Bio"_s}},
+                      {{u"Sample Control"_s, u"2"_s}});
         form->txtOrg->setText(u"Chem Lab"_s);
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
@@ -230,8 +210,7 @@ private Q_SLOTS:
 
     void outputFileChoice()
     {
-        frmSpinlane* form = start({{}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}});
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         dialog->txtOutputFile->setText(u"/data/old.kvd"_s);
@@ -262,8 +241,7 @@ private Q_SLOTS:
     void experimentListsAndLockMarking()
     {
         lab().expedra->lockRequired = {0};
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         // The element at each list's upper bound is never shown.
@@ -290,8 +268,7 @@ private Q_SLOTS:
     void anEmptyExperimentList()
     {
         lab().expedra->titles = {u"(end)"_s};
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         QCOMPARE(dialog->cboExpList->count(), 0);
@@ -305,8 +282,7 @@ private Q_SLOTS:
 
     void configuringExperimentsInExpedra()
     {
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         click(form->cmdAdd);
         frmItemDialog* dialog = ItemDialog();
         dialog->cboExpList->setCurrentIndex(1);
@@ -349,8 +325,7 @@ private Q_SLOTS:
 
     void leavingWhileConfiguring()
     {
-        frmSpinlane* form = start({{}});
-        QVERIFY(form);
+        START_PROGRAM({{}});
         form->menuItem(u"mnuPrefs"_s, 60)->trigger(); // Expedra's window shows the progress
 
         seams().messageBoxes.queueAnswer(MsgAnswer::No); // one item: at the end
@@ -375,12 +350,11 @@ private Q_SLOTS:
 
     void editingAnItem()
     {
-        frmSpinlane* form = start({{u"Idle"_s, 1, 0, u"ann"_s, u"Chem"_s},
-                                   {u"Done"_s, 2, 1, u"ann"_s, u"Chem"_s},
-                                   {u"Idle"_s, 3, 0, u"bob"_s, u"Physics"_s},
-                                   {u"Idle"_s, 4, 0, QString(), QString()}},
-                                  {{u"Current Queue Num"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{u"Idle"_s, 1, 0, u"ann"_s, u"Chem"_s},
+                       {u"Done"_s, 2, 1, u"ann"_s, u"Chem"_s},
+                       {u"Idle"_s, 3, 0, u"bob"_s, u"Physics"_s},
+                       {u"Idle"_s, 4, 0, QString(), QString()}},
+                      {{u"Current Queue Num"_s, u"2"_s}});
         select(2);
         click(form->cmdEdit);
         frmItemDialog* dialog = ItemDialog();
@@ -418,8 +392,7 @@ private Q_SLOTS:
 
     void propertiesView()
     {
-        frmSpinlane* form = start({{}, {}, {u"Idle"_s, 3, 0, u"bob"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}, {u"Idle"_s, 3, 0, u"bob"_s}});
         select(3); // another user's item can be looked at
         frmItemDialog* dialog = openFromMenu(30);
         QVERIFY(dialog);
@@ -443,8 +416,7 @@ private Q_SLOTS:
 
     void oneDialogAtATime()
     {
-        frmSpinlane* form = start({{}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}});
         click(form->cmdAdd);
         QPointer<frmItemDialog> adding = ItemDialog();
         select(1);
@@ -461,8 +433,7 @@ private Q_SLOTS:
 
     void deletingFromTheWindow()
     {
-        frmSpinlane* form = start(QList<QueueEntry>(5));
-        QVERIFY(form);
+        START_PROGRAM(QList<QueueEntry>(5));
         select(2);
         select(4, Qt::ControlModifier);
         QCOMPARE(gQueueList.firstSelectedRow(), 2);

@@ -1,22 +1,8 @@
-#include "queue/QueueList.h"
-#include "queue/QueueStore.h"
-#include "runner/RunControls.h"
 #include "support/ProgramFixture.h"
-#include "support/QueueProbe.h"
-#include "ui/ItemDialogControl.h"
-#include "ui/QueueView.h"
-#include "ui/frmItemDialog.h"
-#include "ui/frmSpinlane.h"
 
-#include <QAction>
-#include <QGroupBox>
 #include <QHeaderView>
-#include <QLineEdit>
-#include <QMenu>
-#include <QPushButton>
 #include <QStyle>
 #include <QStyleOptionViewItem>
-#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -30,8 +16,7 @@ class TestListInteraction : public ProgramTest {
 private Q_SLOTS:
     void editingCommandsNeedAnItem()
     {
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         click(form->cmdEdit);
         click(form->cmdDelete);
         for (int index : {10, 20, 30})
@@ -67,8 +52,7 @@ private Q_SLOTS:
 
     void popupMenuAfterARowClick()
     {
-        frmSpinlane* form = start({{}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}});
         QMenu* popup = form->menubarMenu(110);
         QTest::mouseClick(rows(), Qt::RightButton, {}, rowPoint(1));
         QTRY_VERIFY(popup->isVisible());
@@ -83,8 +67,7 @@ private Q_SLOTS:
 
     void checkMarksBelongToTheRunner()
     {
-        frmSpinlane* form = start(queueOf({u"Done"_s, u"Idle"_s}));
-        QVERIFY(form);
+        START_PROGRAM(queueOf({u"Done"_s, u"Idle"_s}));
         for (int row : {1, 2}) {
             const bool before = gQueueList.row(row).checked;
             // The check box as the style places it in the number cell.
@@ -105,10 +88,9 @@ private Q_SLOTS:
 
     void draggingRows()
     {
-        frmSpinlane* form = start(queueOf({u"Done"_s, u"Done"_s, u"Done"_s, u"Stopped"_s, u"Idle"_s,
-                                           u"Idle"_s, u"Idle"_s, u"Idle"_s}),
-                                  {{u"Current Queue Num"_s, u"4"_s}});
-        QVERIFY(form);
+        START_PROGRAM(queueOf({u"Done"_s, u"Done"_s, u"Done"_s, u"Stopped"_s, u"Idle"_s, u"Idle"_s,
+                               u"Idle"_s, u"Idle"_s}),
+                      {{u"Current Queue Num"_s, u"4"_s}});
         const QList unchanged = namesOf({1, 2, 3, 4, 5, 6, 7, 8});
         const auto cursor = [this] { return rows()->cursor().shape(); };
 
@@ -148,9 +130,8 @@ private Q_SLOTS:
 
     void arrowsKeepToTheirSideOfARunningItem()
     {
-        frmSpinlane* form = start(queueOf({u"Idle"_s, u"In progress"_s, u"Idle"_s, u"Idle"_s}),
-                                  {{u"Current Queue Num"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM(queueOf({u"Idle"_s, u"In progress"_s, u"Idle"_s, u"Idle"_s}),
+                      {{u"Current Queue Num"_s, u"2"_s}});
         select(3);
         click(form->updQueueItemUp); // next to the running item
         QCOMPARE(sampleNames(), namesOf({1, 2, 3, 4}));
@@ -161,8 +142,7 @@ private Q_SLOTS:
 
     void typingAQueueNumber()
     {
-        frmSpinlane* form = start(QList<QueueEntry>(6));
-        QVERIFY(form);
+        START_PROGRAM(QList<QueueEntry>(6));
         select(5);
         QTest::keyClick(list(), Qt::Key_F2); // edits the number whatever cell has the focus
         auto* editor = rows()->findChild<QLineEdit*>();
@@ -179,10 +159,9 @@ private Q_SLOTS:
 
     void headerClickSorts()
     {
-        frmSpinlane* form = start({{u"Idle"_s, 1, 0, u"carla"_s},
-                                   {u"Idle"_s, 2, 0, u"ann"_s},
-                                   {u"Idle"_s, 3, 0, u"bob"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{u"Idle"_s, 1, 0, u"carla"_s},
+                       {u"Idle"_s, 2, 0, u"ann"_s},
+                       {u"Idle"_s, 3, 0, u"bob"_s}});
         QHeaderView* header = list()->header();
         const auto clickHeader = [header](int column) {
             QTest::mouseClick(
@@ -204,8 +183,7 @@ private Q_SLOTS:
 
     void editButtonStaysReachable()
     {
-        frmSpinlane* form = start({{}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}});
         QVERIFY(form->cmdEdit->isVisible());
         QCOMPARE(form->cmdEdit->text(), u"&Edit"_s);
         QVERIFY(form->cmdAdd->y() < form->cmdEdit->y()

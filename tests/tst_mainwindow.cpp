@@ -1,29 +1,14 @@
 #include "app/Session.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
-#include "queue/QueueList.h"
-#include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
-#include "runner/RunControls.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "support/ProgramFixture.h"
-#include "support/QueueProbe.h"
-#include "ui/QueueView.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
 #include "ui/frmAbout.h"
-#include "ui/frmSpinlane.h"
 
-#include <QAction>
-#include <QCheckBox>
-#include <QGroupBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QStatusBar>
 
 using namespace Qt::StringLiterals;
@@ -40,8 +25,7 @@ private Q_SLOTS:
     // while an experiment runs (an item takes about a minute). The window cannot be closed then.
     void runControlsThroughAWholeCycle()
     {
-        frmSpinlane* form = start({{}, {}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}, {}});
         QPushButton* run = form->cmdStartQueue;
         bool closedDuringRun = true;
         seams().time.afterMs(30'000, [&] { closedDuringRun = form->close(); });
@@ -82,8 +66,7 @@ private Q_SLOTS:
 
     void startWithAnEmptyListDoesNothing()
     {
-        frmSpinlane* form = start({});
-        QVERIFY(form);
+        START_PROGRAM({});
         QVERIFY(OpenLogFile(program().path(u"run.log"_s), false));
         gLogOn = true;
         click(form->cmdStartQueue);
@@ -94,8 +77,7 @@ private Q_SLOTS:
 
     void exitSavesTheWindowPosition()
     {
-        frmSpinlane* form = start({{}});
-        QVERIFY(form);
+        START_PROGRAM({{}});
         form->move(300, 150);
         trigger(u"mnuQueueLayout"_s, 20);
         trigger(u"mnuFile"_s, 50);
@@ -108,8 +90,7 @@ private Q_SLOTS:
 
     void runEntireQueueCheckBox()
     {
-        frmSpinlane* form = start({{u"Done"_s}, {}, {}}, {{u"Current Queue Num"_s, u"1"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{u"Done"_s}, {}, {}}, {{u"Current Queue Num"_s, u"1"_s}});
         click(form->chkEntireQueue);
         QCOMPARE(checkMarks(), (QList<bool>{true, true, true}));
         QCOMPARE(form->pgbSpinlane->maximum(), 3);
@@ -125,10 +106,9 @@ private Q_SLOTS:
 
     void loggingInAndOut()
     {
-        frmSpinlane* form =
-            start({{u"Idle"_s, 1, 0, u"bob"_s, u"Physics"_s}, {u"Idle"_s, 1, 0, u"Bob"_s, u"X"_s}},
-                  {{u"Password"_s, u"Secret"_s}}, {});
-        QVERIFY(form);
+        START_PROGRAM(
+            {{u"Idle"_s, 1, 0, u"bob"_s, u"Physics"_s}, {u"Idle"_s, 1, 0, u"Bob"_s, u"X"_s}},
+            {{u"Password"_s, u"Secret"_s}}, {});
         QMenu* file = form->menubarMenu(10);
         QMenu* prefs = form->menubarMenu(20);
 
@@ -186,10 +166,9 @@ private Q_SLOTS:
 
     void permissionFollowsTheSelectedRow()
     {
-        frmSpinlane* form = start({{u"Idle"_s, 1, 0, u"bob"_s},
-                                   {u"Idle"_s, 2, 0, u"ANN"_s},
-                                   {u"Idle"_s, 3, 0, QString()}});
-        QVERIFY(form);
+        START_PROGRAM({{u"Idle"_s, 1, 0, u"bob"_s},
+                       {u"Idle"_s, 2, 0, u"ANN"_s},
+                       {u"Idle"_s, 3, 0, QString()}});
         select(1);
         QCOMPARE(gQueueList.selectedIndex(), 1);
         QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
@@ -210,8 +189,7 @@ private Q_SLOTS:
 
     void logPreference()
     {
-        frmSpinlane* form = start({{}});
-        QVERIFY(form);
+        START_PROGRAM({{}});
         QAction* enableLog = form->menuItem(u"mnuPrefs"_s, 30);
 
         seams().fileDialogs.queueChoice({}); // cancelled
@@ -252,8 +230,7 @@ private Q_SLOTS:
 
     void expQueueOnlyWithTheSampleChanger()
     {
-        frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{}}, {{u"Sample Control"_s, u"2"_s}});
         QAction* expQueueOnly = form->menuItem(u"mnuPrefs"_s, 20);
         QAction* showChanger = form->menuItem(u"mnuPrefs"_s, 70);
 
@@ -288,8 +265,7 @@ private Q_SLOTS:
 
     void windowPreferences()
     {
-        frmSpinlane* form = start({{}, {u"Idle"_s, 4, 2}}, {{u"Sample Control"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {u"Idle"_s, 4, 2}}, {{u"Sample Control"_s, u"2"_s}});
 
         trigger(u"mnuPrefs"_s, 50);
         QVERIFY(gAlwaysOnTop);
@@ -313,8 +289,7 @@ private Q_SLOTS:
 
     void queueLayoutMenu()
     {
-        frmSpinlane* form = start({{}});
-        QVERIFY(form);
+        START_PROGRAM({{}});
         QAction* flat = form->menuItem(u"mnuQueueLayout"_s, 10);
         QAction* tree = form->menuItem(u"mnuQueueLayout"_s, 20);
         QCOMPARE(flat->shortcut(), QKeySequence(u"Ctrl+L"_s));
@@ -332,8 +307,7 @@ private Q_SLOTS:
 
     void resizeRules()
     {
-        frmSpinlane* form = start({{}}, {}, {});
-        QVERIFY(form);
+        START_PROGRAM({{}}, {}, {});
         const auto geometries = [form] {
             QList<QRect> result;
             const QList<QWidget*> controls{
@@ -374,8 +348,7 @@ private Q_SLOTS:
 
     void progressBarSitsInTheStatusBar()
     {
-        frmSpinlane* form = start({{}, {}});
-        QVERIFY(form);
+        START_PROGRAM({{}, {}});
         QStatusBar* bar = form->statusBar();
         const QRect progress(form->pgbSpinlane->mapTo(bar, QPoint()), form->pgbSpinlane->size());
         QVERIFY(bar->rect().contains(progress));
@@ -388,8 +361,7 @@ private Q_SLOTS:
 
     void aboutBox()
     {
-        frmSpinlane* form = start({{}}, {{u"Sample Control"_s, u"2"_s}});
-        QVERIFY(form);
+        START_PROGRAM({{}}, {{u"Sample Control"_s, u"2"_s}});
         trigger(u"mnuHelp"_s, 10);
         auto* about = form->findChild<frmAbout*>(u"frmAbout"_s);
         QVERIFY(about);
@@ -411,8 +383,7 @@ private Q_SLOTS:
 
     void namedControls()
     {
-        frmSpinlane* form = start({{}}, {}, {});
-        QVERIFY(form);
+        START_PROGRAM({{}}, {}, {});
         const QList<std::tuple<QString, int, QString, QString>> items{
             {u"mnuFile"_s, 5, u"&Add"_s, u"Ctrl+A"_s},
             {u"mnuFile"_s, 10, u"&Edit"_s, u"Ctrl+E"_s},

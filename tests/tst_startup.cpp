@@ -1,22 +1,8 @@
 #include "app/Main.h"
-#include "app/Settings.h"
 #include "app/SingleInstance.h"
-#include "app/Startup.h"
-#include "queue/QueueList.h"
-#include "queue/QueueStore.h"
-#include "runner/RunControls.h"
 #include "support/ProgramFixture.h"
-#include "ui/ItemDialogControl.h"
-#include "ui/QueueView.h"
-#include "ui/frmItemDialog.h"
-#include "ui/frmSpinlane.h"
 
-#include <QAction>
-#include <QLabel>
-#include <QLineEdit>
 #include <QLockFile>
-#include <QMenu>
-#include <QPushButton>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -260,9 +246,7 @@ private Q_SLOTS:
         QFETCH(QString, mode);
         QFETCH(QString, expQueueOnly);
         QFETCH(bool, shown);
-        frmSpinlane* form =
-            start({{}}, {{u"Sample Control"_s, mode}, {u"ExpQueueOnly"_s, expQueueOnly}});
-        QVERIFY(form);
+        START_PROGRAM({{}}, {{u"Sample Control"_s, mode}, {u"ExpQueueOnly"_s, expQueueOnly}});
         QCOMPARE(form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn), !shown);
         QCOMPARE(form->menuItem(u"mnuPrefs"_s, 70)->isVisible(), shown);
         QCOMPARE(form->menuItem(u"mnuPrefs"_s, 20)->isChecked(), expQueueOnly == u"True"_s);

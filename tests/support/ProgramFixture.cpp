@@ -2,13 +2,6 @@
 
 #include "app/Main.h"
 #include "app/SingleInstance.h"
-#include "queue/QueueStore.h"
-#include "ui/QueueView.h"
-#include "ui/frmSpinlane.h"
-
-#include <QAction>
-#include <QLineEdit>
-#include <QPushButton>
 
 using namespace Qt::StringLiterals;
 

@@ -1,14 +1,34 @@
 #pragma once
 
+// With everything a window test reaches for.
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "queue/QueueList.h"
+#include "queue/QueueStore.h"
+#include "runner/RunControls.h"
 #include "support/FakePrograms.h"
+#include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
+#include "ui/ItemDialogControl.h"
+#include "ui/QueueView.h"
+#include "ui/frmItemDialog.h"
+#include "ui/frmSpinlane.h"
 
+#include <QAction>
 #include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
 #include <QLocale>
+#include <QMenu>
+#include <QPushButton>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
 
 #include <memory>
 
@@ -74,6 +94,11 @@ private Q_SLOTS:
 private:
     std::unique_ptr<ProgramFixture> m_program;
 };
+
+// In a ProgramTest: `form`, the main window of start(...); the test fails unless it came up.
+#define START_PROGRAM(...)                                                                         \
+    frmSpinlane* form = start(__VA_ARGS__);                                                        \
+    QVERIFY(form)
 
 void click(QWidget* widget);
 void typeInto(QLineEdit* box, const QString& text); // replaces the text, key by key
