@@ -3,6 +3,7 @@
 #include "app/Settings.h"
 #include "app/Startup.h"
 #include "queue/QueueStore.h"
+#include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
 
@@ -192,9 +193,7 @@ private Q_SLOTS:
         LoadSettings();
         QCOMPARE(generalSettings(), u"2000|2500|True|False||1|1|0|1|"_s);
         QCOMPARE(gQueue.upperBound(), 1);
-        QueueItem expected;
-        expected.ItemSN = u"00000"_s;
-        QCOMPARE(gQueue(1), expected);
+        QCOMPARE(recordOf(1), u"00000|0||||0||||"_s);
     }
 
     void readingRules()
@@ -216,14 +215,9 @@ private Q_SLOTS:
         // Layout: halves go to the even neighbour.
         QCOMPARE(generalSettings(), u"1234.5|0|False|True|Secret|3|2|12|2|/var/log/run.log"_s);
         QCOMPARE(gQueue.upperBound(), 2);
-        QCOMPARE(gQueue(1).SampleName, QString::fromLatin1(longName.left(254)));
-        QCOMPARE(gQueue(1).SampleNum, 16);
-        QCOMPARE(gQueue(1).ExpTitleIndex, qint16(4));
-        QCOMPARE(gQueue(1).Status, u"Done"_s);
-        QCOMPARE(gQueue(1).ItemSN, u"00000"_s);
-        QCOMPARE(gQueue(2).ItemSN, QString()); // present but empty: no default
-        QCOMPARE(gQueue(2).SampleNum, -7);
-        QCOMPARE(gQueue(2).UserID, QString()); // a key without "=" reads as missing
+        QCOMPARE(recordOf(1), u"00000|16|"_s + QString(254, u'x') + u"|||4||||Done"_s);
+        // A serial present but empty has no default; a key without "=" reads as missing.
+        QCOMPARE(recordOf(2), u"|-7||||0||||"_s);
     }
 
     void emptyCountLeavesTheQueue()

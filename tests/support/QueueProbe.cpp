@@ -100,6 +100,17 @@ QStringList statuses()
     });
 }
 
+QString recordOf(qint32 n)
+{
+    const QueueItem& item = gQueue(n);
+    return QStringList{item.ItemSN,         QString::number(item.SampleNum),
+                       item.SampleName,     item.SampleDes,
+                       item.Solvent,        QString::number(item.ExpTitleIndex),
+                       item.UserID,         item.Organization,
+                       item.OutputFilePath, item.Status}
+        .join(u'|');
+}
+
 QStringList serialsOf(std::initializer_list<int> numbers) { return prefixed(u"SN"_s, numbers); }
 QStringList namesOf(std::initializer_list<int> numbers) { return prefixed(u"Sample "_s, numbers); }
 

@@ -28,6 +28,9 @@ QStringList texts();
 QList<bool> checkMarks();
 QStringList statuses();
 
+// The fields of gQueue(n) in their order, "|" between them.
+QString recordOf(qint32 n);
+
 // "SN2", "SN5" and "Sample 2", "Sample 5" for {2, 5}.
 QStringList serialsOf(std::initializer_list<int> numbers);
 QStringList namesOf(std::initializer_list<int> numbers);
