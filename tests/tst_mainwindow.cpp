@@ -192,7 +192,7 @@ private Q_SLOTS:
         START_PROGRAM({{}});
         QAction* enableLog = form->menuItem(u"mnuPrefs"_s, 30);
 
-        seams().fileDialogs.queueChoice({}); // cancelled
+        seams().fileDialogs.queueChoice({}); // cancelled: the file dialog remembers nothing
         enableLog->trigger();
         QVERIFY(!enableLog->isChecked());
         QVERIFY(!gLogOn);

@@ -189,25 +189,14 @@ private Q_SLOTS:
 
     void populatingTheList()
     {
-        const QStringList statuses{u"Idle"_s,   u"In progress"_s, u"Done"_s,
-                                   u"Failed"_s, u"Stopped"_s,     u"Waiting"_s};
-        const auto load = [&](qint32 current) {
-            resetQueueState();
+        const auto load = [](qint32 current) {
+            makeQueue(6, {u"Idle"_s, u"In progress"_s, u"Done"_s, u"Failed"_s, u"Stopped"_s,
+                          u"Waiting"_s});
+            gQueueList.clear();
             gExpTitles = {u"PROTON"_s, u"CARBON"_s, u"COSY"_s};
-            gQueue.redim(qint32(statuses.size()));
-            for (qint32 i = 1; i <= gQueue.upperBound(); ++i) {
-                gQueue(i) = {u"SN"_s + QString::number(i),
-                             10 + i,
-                             u"S"_s,
-                             {},
-                             {},
-                             qint16(i % 3),
-                             u"ann"_s,
-                             {},
-                             {},
-                             statuses[i - 1]};
-            }
-            gTotalQueueItems = gQueue.upperBound();
+            for (qint32 i = 1; i <= 6; ++i)
+                gQueue(i).ExpTitleIndex = qint16(i % 3);
+            gTotalQueueItems = 6;
             gCurrentQueueNum = current;
             PopulateQueueList();
         };
@@ -217,7 +206,7 @@ private Q_SLOTS:
                  (QStringList{u"001"_s, u"002"_s, u"003"_s, u"004"_s, u"005"_s, u"006"_s}));
         QVERIFY(rowsNumbered());
         QCOMPARE(gQueueList.row(2).subItems,
-                 (std::array<QString, 6>{u"SN2"_s, u"12"_s, u"S"_s, u"COSY"_s, u"ann"_s,
+                 (std::array<QString, 6>{u"SN2"_s, u"20"_s, u"Sample 2"_s, u"COSY"_s, u"ann"_s,
                                          u"In progress"_s}));
         // Idle and an unknown word ("Waiting") plain, the others checked, bold and coloured.
         QCOMPARE(checkMarks(), (QList<bool>{false, true, true, true, true, false}));

@@ -52,15 +52,7 @@ class TestRunner : public QObject {
         time().setNow(kStart);
     }
 
-    // The run log's lines, every time of day shown as "T".
-    QStringList logLines() const
-    {
-        QFile file(m_dir.filePath(u"run.log"_s));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        static const QRegularExpression time(u"22 Nov 2026 \\d\\d:\\d\\d:\\d\\d"_s);
-        return QString::fromLocal8Bit(file.readAll()).replace(time, u"T"_s).split(u"\r\n"_s);
-    }
+    QStringList logLines() const { return runLogLines(m_dir.filePath(u"run.log"_s)); }
 
 private Q_SLOTS:
     void initTestCase() { QLocale::setDefault(QLocale::c()); }

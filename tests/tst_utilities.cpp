@@ -1,6 +1,5 @@
 #include "app/RuntimeError.h"
 #include "app/SystemSeams.h"
-#include "app/reg_docs.h"
 #include "app/wait_in_seconds.h"
 #include "support/ScriptedSeams.h"
 
@@ -51,25 +50,6 @@ private Q_SLOTS:
         QVERIFY(timerFired);
         QVERIFY2(wall.elapsed() <= 1100, qPrintable(QString::number(wall.elapsed())));
         QVERIFY2(cpuSeconds < 0.25, qPrintable(QString::number(cpuSeconds)));
-    }
-
-    void regDocsRemembersTheChoice()
-    {
-        ScriptedSeams seams;
-        seams.fileDialogs.queueChoice({});
-        QCOMPARE(reg_docs(u"Spinlane"_s, u"Path"_s, u"Spinlane.log"_s, u"Set Log File"_s, 8192,
-                          u"log"_s, u"*"_s),
-                 u"Cancelled"_s);
-        QVERIFY(seams.settingsStore.values.isEmpty());
-
-        seams.fileDialogs.queueChoice(u"/data/run.log"_s);
-        QCOMPARE(reg_docs(u"Spinlane"_s, u"Path"_s, u"Spinlane.log"_s, u"Set Log File"_s, 8192,
-                          u"log"_s, u"*"_s),
-                 u"/data/run.log"_s);
-        QCOMPARE(seams.settingsStore.values,
-                 (QMap<QString, QString>{{u"Spinlane/Path/Spinlane.log"_s, u"/data/run.log"_s}}));
-        const FileDialogRequest expected{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s, 8192, {}};
-        QCOMPARE(seams.fileDialogs.opened.last(), expected);
     }
 
     void settingsStoreKeepsValuesWhereTold()

@@ -5,6 +5,9 @@
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 
+#include <QFile>
+#include <QRegularExpression>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -121,6 +124,15 @@ QString statusBarShows()
         gStatusBar.text(StatusBar::OutputFilePanel), gStatusBar.outputFileToolTip(),
         QString::number(gStatusBar.progressValue()), QString::number(gStatusBar.progressMaximum())}
         .join(u'|');
+}
+
+QStringList runLogLines(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    static const QRegularExpression time(u"\\d+ \\w+ \\d{4} \\d\\d:\\d\\d:\\d\\d"_s);
+    return QString::fromLocal8Bit(file.readAll()).replace(time, u"T"_s).split(u"\r\n"_s);
 }
 
 bool rowsNumbered()

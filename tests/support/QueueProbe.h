@@ -39,6 +39,9 @@ QStringList namesOf(std::initializer_list<int> numbers);
 // the progress value and maximum.
 QString statusBarShows();
 
+// The lines of the run log at `path`, every date and time in them shown as "T".
+QStringList runLogLines(const QString& path);
+
 // Every row i reads formatQueueNumber(i), carries tag i and shows the serial of gQueue(i).
 bool rowsNumbered();
 
