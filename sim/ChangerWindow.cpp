@@ -1,5 +1,6 @@
 #include "sim/ChangerWindow.h"
 
+#include "sim/LiveRefresh.h"
 #include "sim/SimSampleChanger.h"
 
 #include <QLabel>
@@ -84,14 +85,7 @@ ChangerWindow::ChangerWindow(SimSampleChanger& changer)
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(m_carousel, 1);
     layout->addWidget(m_state);
-    connect(&changer, &SimProgram::changed, this, &ChangerWindow::refresh);
-    auto* ticker = new QTimer(this);
-    connect(ticker, &QTimer::timeout, this, [this] {
-        if (isVisible())
-            refresh();
-    });
-    ticker->start(200);
-    refresh();
+    refreshLive(this, changer, &ChangerWindow::refresh);
 }
 
 void ChangerWindow::refresh()

@@ -1,11 +1,11 @@
 #include "sim/ExpedraWindow.h"
 
+#include "sim/LiveRefresh.h"
 #include "sim/SimExpedra.h"
 
 #include <QLabel>
 #include <QListWidget>
 #include <QProgressBar>
-#include <QTimer>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -41,14 +41,7 @@ ExpedraWindow::ExpedraWindow(SimExpedra& program)
     layout->addWidget(m_progress);
     resize(420, 360);
 
-    connect(&program, &SimProgram::changed, this, &ExpedraWindow::refresh);
-    auto* ticker = new QTimer(this);
-    connect(ticker, &QTimer::timeout, this, [this] {
-        if (isVisible())
-            refresh();
-    });
-    ticker->start(200);
-    refresh();
+    refreshLive(this, program, &ExpedraWindow::refresh);
 }
 
 void ExpedraWindow::refresh()
