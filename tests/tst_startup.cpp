@@ -25,7 +25,7 @@ WindowState windowState()
     if (frmSpinlane* form = MainForm()) {
         state.shown = form->isVisible();
         state.loginPanelShown = form->picLogin->isVisible();
-        state.startEnabled = form->cmdStartQueue->isEnabled();
+        state.startEnabled = form->cmdStartQueue->isEnabledTo(form->centralWidget());
         state.caption = form->cmdStartQueue->text();
     }
     state.rows = gQueueList.count();
@@ -71,6 +71,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("refusal");
         QTest::addColumn<QString>("message");
         QTest::newRow("second copy") << u"copy"_s << u"Cannot run two copies of Spinlane"_s;
+        // A copy in a session with another runtime folder: only the settings file's lock is held.
+        QTest::newRow("second copy on the settings file")
+            << u"file"_s << u"Cannot run two copies of Spinlane"_s;
         QTest::newRow("settings file not located") << u"locate"_s << kLocate;
         QTest::newRow("other version declined")
             << u"version"_s
@@ -82,12 +85,13 @@ private Q_SLOTS:
     {
         QFETCH(QString, refusal);
         QFETCH(QString, message);
-        QLockFile firstCopy(instanceLockPath());
-        if (refusal == u"copy"_s)
-            QVERIFY(firstCopy.tryLock(0));
         writeFile(program().iniPath(),
                   settingsFile({{}}, {{u"Version Number"_s,
                                        refusal == u"version"_s ? u"0.9.1"_s : programVersion()}}));
+        QLockFile firstCopy(refusal == u"file"_s ? program().iniPath() + u".lock"_s
+                                                 : instanceLockPath());
+        if (refusal == u"copy"_s || refusal == u"file"_s)
+            QVERIFY(firstCopy.tryLock(0));
         if (refusal == u"locate"_s) {
             seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
         } else if (refusal != u"copy"_s) {
@@ -108,6 +112,8 @@ private Q_SLOTS:
         // A second copy reads and asks nothing, and the first one keeps its lock.
         if (refusal == u"copy"_s)
             QVERIFY(seams().messageBoxes.shown.size() == 1 && firstCopy.isLocked());
+        if (refusal == u"file"_s)
+            QVERIFY(gIniVersion.isEmpty() && firstCopy.isLocked());
     }
 
     void startsInOrder()
@@ -143,7 +149,7 @@ private Q_SLOTS:
         QCOMPARE(changer->atFirstPoll->caption, kContinueCaption);
         QVERIFY(!changer->atFirstPoll->startEnabled);
         QCOMPARE(changer->notReadyPolls, 0);
-        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget())); // behind the login panel
         QVERIFY(!gStarting);
 
         QCOMPARE(form->pos(), QPoint(200, 100));
@@ -170,7 +176,7 @@ private Q_SLOTS:
         QVERIFY(form);
         QVERIFY(!gShowWindow);
         QVERIFY(form->isVisible() && form->picLogin->isVisible());
-        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget()));
     }
 
     void captionFromTheSavedProgress_data()
