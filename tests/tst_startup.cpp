@@ -54,8 +54,6 @@ public:
     std::optional<WindowState> atFirstPoll;
 };
 
-const QString kLocate = u"Please locate the 'Spinlane.ini' file."_s;
-
 } // namespace
 
 class TestStartup : public ProgramTest {
@@ -65,7 +63,8 @@ class TestStartup : public ProgramTest {
 
 private Q_SLOTS:
     // Each refusal ends the program before any window. Its boxes are the settings and runner
-    // tests'; here the last one names the refusal.
+    // tests'; here the last one names the refusal. The settings file's lock stands for every
+    // refusal of the settings load, which the settings tests go through.
     void refusalsEndBeforeAnyWindow_data()
     {
         QTest::addColumn<QString>("refusal");
@@ -74,32 +73,21 @@ private Q_SLOTS:
         // A copy in a session with another runtime folder: only the settings file's lock is held.
         QTest::newRow("second copy on the settings file")
             << u"file"_s << u"Cannot run two copies of Spinlane"_s;
-        QTest::newRow("settings file not located") << u"locate"_s << kLocate;
-        QTest::newRow("other version declined")
-            << u"version"_s
-            << u"Versions of initialization (0.9.1) and excutable ("_s + programVersion()
-                   + u") files do not match each other.\r\nRun the program anyway?"_s;
         QTest::newRow("console not running") << u"console"_s << u"Start Korvo application first."_s;
     }
     void refusalsEndBeforeAnyWindow()
     {
         QFETCH(QString, refusal);
         QFETCH(QString, message);
-        writeFile(program().iniPath(),
-                  settingsFile({{}}, {{u"Version Number"_s,
-                                       refusal == u"version"_s ? u"0.9.1"_s : programVersion()}}));
+        writeFile(program().iniPath(), settingsFile({{}}));
         QLockFile firstCopy(refusal == u"file"_s ? program().iniPath() + u".lock"_s
                                                  : instanceLockPath());
         if (refusal == u"copy"_s || refusal == u"file"_s)
             QVERIFY(firstCopy.tryLock(0));
-        if (refusal == u"locate"_s) {
-            seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
-        } else if (refusal != u"copy"_s) {
+        if (refusal != u"copy"_s) {
             seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
             seams().fileDialogs.queueChoice(program().iniPath());
         }
-        if (refusal == u"version"_s)
-            seams().messageBoxes.queueAnswer(MsgAnswer::No);
         if (refusal == u"console"_s)
             lab().running.clear();
 
