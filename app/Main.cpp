@@ -32,11 +32,8 @@ namespace spinlane {
 void Main(const QStringList& arguments)
 {
     gStarting = true;
-    if (AnotherCopyRunning()) {
-        msgBox(u"Cannot run two copies of "_s + programTitle(), MsgButtons::Ok,
-               MsgIcon::Exclamation);
-        EndProgram();
-    }
+    if (AnotherCopyRunning())
+        RefuseSecondCopy();
     gExeVersion = programVersion();
     gProgramDrive = QCoreApplication::applicationDirPath().left(1);
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);

@@ -49,7 +49,7 @@ QString runtimeErrorText(const RuntimeError& error)
 void reportRuntimeError(const RuntimeError& error)
 {
     msgBox(runtimeErrorText(error), MsgButtons::Ok, MsgIcon::Critical);
-    EndProgram();
+    EndProgram(1);
 }
 
 } // namespace spinlane

@@ -77,9 +77,9 @@ MsgAnswer msgBox(const QString& text, MsgButtons buttons, MsgIcon icon, const QS
     return current().messageBoxes->show({text, buttons, icon, title});
 }
 
-void EndProgram()
+void EndProgram(int status)
 {
-    current().programEnd->end();
+    current().programEnd->end(status);
     throw ProgramEnded{};
 }
 

@@ -85,8 +85,9 @@ public:
 class ProgramEnd {
 public:
     virtual ~ProgramEnd() = default;
-    // Ends the process at once; a scripted implementation records the end and returns.
-    virtual void end() = 0;
+    // Ends the process at once with `status` (0 for a normal end); a scripted implementation
+    // records the end and returns.
+    virtual void end(int status) = 0;
 };
 
 // The desktop's other programs that Spinlane starts: the text editor for the run log and the
@@ -120,6 +121,7 @@ Seams installSeams(const Seams& replacement);
 MsgAnswer msgBox(const QString& text, MsgButtons buttons, MsgIcon icon,
                  const QString& title = programTitle());
 
-[[noreturn]] void EndProgram();
+// Ends the program: status 0 for a normal end, 1 after a run-time error.
+[[noreturn]] void EndProgram(int status = 0);
 
 } // namespace spinlane

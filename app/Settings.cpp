@@ -5,6 +5,7 @@
 #include "app/RuntimeError.h"
 #include "app/Seams.h"
 #include "app/SettingsFile.h"
+#include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/reg_docs.h"
 #include "queue/QueueStore.h"
@@ -78,6 +79,8 @@ void LoadSettings()
             EndProgram();
         gIniPath = chosen;
     }
+    if (SettingsFileInUse(gIniPath))
+        RefuseSecondCopy();
 
     const ProfileDocument file = ProfileDocument::load(gIniPath);
     gIniVersion = readText(file, kGeneral, kVersionNumber, {});

@@ -101,10 +101,10 @@ QString SystemDesktopPrograms::systemInformationTool() const
 
 void SystemDesktopPrograms::start(const QString& program) { QProcess::startDetached(program, {}); }
 
-void ProcessExit::end()
+void ProcessExit::end(int status)
 {
     std::fflush(nullptr);
-    std::_Exit(EXIT_SUCCESS);
+    std::_Exit(status);
 }
 
 } // namespace spinlane

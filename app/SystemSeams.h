@@ -42,7 +42,7 @@ public:
 
 class ProcessExit : public ProgramEnd {
 public:
-    void end() override;
+    void end(int status) override;
 };
 
 // Notepad on Windows; elsewhere the desktop's handler for text files. The system-information tool

@@ -35,9 +35,14 @@ void StatusBar::setProgress(int maximum, int value)
     Q_EMIT changed();
 }
 
+std::array<QString, 5> StatusBar::designTexts()
+{
+    return {u"Sample"_s, u"Experiment"_s, {}, {}, {}};
+}
+
 void StatusBar::reset()
 {
-    m_texts = {};
+    m_texts = designTexts();
     m_outputFileToolTip.clear();
     m_progressMaximum = 1;
     m_progressValue = 0;

@@ -24,13 +24,15 @@ public:
     int progressValue() const { return m_progressValue; }
     void setProgress(int maximum, int value);
 
-    void reset();
+    void reset(); // back to the design texts "Sample" and "Experiment"
 
 Q_SIGNALS:
     void changed();
 
 private:
-    std::array<QString, 5> m_texts;
+    static std::array<QString, 5> designTexts();
+
+    std::array<QString, 5> m_texts = designTexts();
     QString m_outputFileToolTip;
     int m_progressMaximum = 1;
     int m_progressValue = 0;

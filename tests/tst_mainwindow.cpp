@@ -1,4 +1,5 @@
 #include "app/Session.h"
+#include "app/desktop/DesktopSeams.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
@@ -8,8 +9,10 @@
 #include "ui/WindowLayout.h"
 #include "ui/frmAbout.h"
 
+#include <QFileDialog>
 #include <QProgressBar>
 #include <QStatusBar>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -23,6 +26,7 @@ class TestMainWindow : public ProgramTest {
 private Q_SLOTS:
     // Each run executes inside the click on the run button; Stop is clicked on the virtual clock
     // while an experiment runs (an item takes about a minute). The window cannot be closed then.
+    // What a run does with each item is the runner test's; here each caption's click.
     void runControlsThroughAWholeCycle()
     {
         START_PROGRAM({{}, {}, {}});
@@ -35,31 +39,23 @@ private Q_SLOTS:
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s}));
         QCOMPARE(run->text(), u"Continue Spinlane!"_s);
         QVERIFY(form->cmdStartOver->isVisible());
-        QCOMPARE(gCurrentQueueNum, 2);
         QCOMPARE(form->pgbSpinlane->value(), 2);
         QCOMPARE(form->pgbSpinlane->maximum(), 3);
 
         click(run); // Continue: the stopped item again, then the rest
-        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
         QCOMPARE(run->text(), u"Run The Queue Again!"_s);
-        QCOMPARE(run->toolTip(), u"Only to complete the failed items."_s);
-        QCOMPARE(experimentsRun(), 4);
-
         click(run); // every item is done: each is skipped
         QCOMPARE(experimentsRun(), 4);
-        QCOMPARE(run->text(), u"Run The Queue Again!"_s);
+        QCOMPARE(run->toolTip(), u"Only to complete the failed items."_s);
 
         click(form->cmdStartOver);
-        QCOMPARE(statuses(), (QStringList{u"Idle"_s, u"Idle"_s, u"Idle"_s}));
         for (qint32 i = 1; i <= 3; ++i) {
             const QueueRow& row = gQueueList.row(i);
             QVERIFY(!row.checked && !row.bold && !row.ghosted && row.foreColor == kWindowTextColor);
         }
-        QCOMPARE(run->text(), u"Start Spinlane!"_s);
-        QCOMPARE(run->toolTip(), QString());
-        QCOMPARE(gCurrentQueueNum, 0);
+        QCOMPARE(statuses(), (QStringList{u"Idle"_s, u"Idle"_s, u"Idle"_s}));
+        QCOMPARE(run->text() + run->toolTip(), u"Start Spinlane!"_s);
         QCOMPARE(form->pgbSpinlane->value(), 0);
-
         click(run); // from item 1 again
         QCOMPARE(experimentsRun(), 7);
     }
@@ -75,14 +71,20 @@ private Q_SLOTS:
         QCOMPARE(readFile(program().path(u"run.log"_s)), QByteArray());
     }
 
-    void exitSavesTheWindowPosition()
+    // Left open while the user configures experiments, the item dialog hands Expedra back first.
+    void exitUnloadsTheDialogAndSavesTheWindowPosition()
     {
-        START_PROGRAM({{}});
+        START_PROGRAM({});
         form->move(300, 150);
         trigger(u"mnuQueueLayout"_s, 20);
+        click(form->cmdAdd);
+        click(ItemDialog()->cmdConfig);
+        lab().log.clear();
         trigger(u"mnuFile"_s, 50);
         QCOMPARE(seams().programEnd.ends, 1);
-        QVERIFY(lab().log.calls.contains(u"Expedra.Quit()"_s));
+        QVERIFY(!ItemDialog());
+        QCOMPARE(lab().log.calls, (QStringList{u"Expedra.SetShown(False)"_s, u"ShowWindow(101, 0)"_s,
+                                               u"Expedra.Quit()"_s}));
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"4500"_s);
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"2250"_s);
         QVERIFY(readFile(program().iniPath()).contains("Queue Layout=2\r\n"));
@@ -125,11 +127,6 @@ private Q_SLOTS:
         QVERIFY(form->picLogin->isVisible());
         QVERIFY(!file->menuAction()->isVisible());
         QCOMPARE(gCurrentUserID, QString());
-        // The hidden menus' shortcuts do nothing either.
-        form->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(form));
-        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
-        QCOMPARE(gQueueLayout, 1);
 
         program().logIn(u"Administrator"_s, u"sECRET"_s);
         QVERIFY(form->lblPW->isEnabled() && form->txtPW->isEnabled());
@@ -137,8 +134,6 @@ private Q_SLOTS:
         QVERIFY(file->menuAction()->isVisible() && prefs->menuAction()->isVisible());
         QCOMPARE(gCurrentUserID, u"Administrator"_s);
         QCOMPARE(form->menuItem(u"mnuFile"_s, 46)->text(), u"Log out Administrator"_s);
-        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
-        QCOMPARE(gQueueLayout, 2);
         QVERIFY(HasPermission()); // the selected item is Bob's
 
         trigger(u"mnuFile"_s, 46);
@@ -164,27 +159,56 @@ private Q_SLOTS:
                            MsgIcon::Exclamation)});
     }
 
-    void permissionFollowsTheSelectedRow()
+    // Before the first login and after a logout, no key or click reaches the window behind the
+    // panel; logged in, the same routes act.
+    void nothingBehindTheLoginPanelActs()
     {
-        START_PROGRAM({{u"Idle"_s, 1, 0, u"bob"_s},
-                       {u"Idle"_s, 2, 0, u"ANN"_s},
-                       {u"Idle"_s, 3, 0, QString()}});
+        START_PROGRAM({{}, {}}, {}, {});
+        QMenu* popup = form->menubarMenu(110);
+        const auto tryEveryRoute = [&] {
+            form->activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(form));
+            for (auto [key, button] : {std::pair{Qt::Key_A, form->cmdAdd},
+                                       std::pair{Qt::Key_E, form->cmdEdit},
+                                       std::pair{Qt::Key_D, form->cmdDelete}}) {
+                QTest::keyClick(form, key, Qt::AltModifier);
+                QVERIFY(!button->isDown()); // a mnemonic presses at once, clicks 100 ms later
+            }
+            for (Qt::Key key : {Qt::Key_A, Qt::Key_E, Qt::Key_D, Qt::Key_P, Qt::Key_T})
+                QTest::keyClick(form, key, Qt::ControlModifier);
+            for (int i = 0; i < 12; ++i) { // Space would press whatever Tab reached
+                QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+                QVERIFY2(form->fraLogin->isAncestorOf(QApplication::focusWidget()),
+                         qPrintable(QApplication::focusWidget()->objectName()));
+            }
+            QTest::mouseClick(list()->viewport(), Qt::LeftButton, {}, rowPoint(1));
+            QTest::mouseDClick(list()->viewport(), Qt::LeftButton, {}, rowPoint(1));
+            QTest::mouseClick(list()->viewport(), Qt::RightButton, {}, rowPoint(1));
+            QTest::qWait(20); // a popup would show on the next pass of the event loop
+            QVERIFY(!ItemDialog() && !popup->isVisible());
+            QVERIFY(seams().messageBoxes.shown.isEmpty());
+            QCOMPARE(gQueueList.selectedIndex(), 2);
+            QCOMPARE(gQueueLayout, 1);
+        };
+        tryEveryRoute();
+        if (QTest::currentTestFailed())
+            return;
+
+        program().logIn(u"ann"_s);
         select(1);
         QCOMPARE(gQueueList.selectedIndex(), 1);
-        QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
-        QCOMPARE(form->stbPanels[3]->toolTip(), u"/data/1.kvd"_s);
-        QVERIFY(!HasPermission());
-        QCOMPARE(seams().messageBoxes.shown.size(), 1);
-        select(2);
-        QVERIFY(HasPermission()); // the user's own item, capitals aside
-        select(3);
-        QVERIFY(HasPermission()); // an item without owner
-        QCOMPARE(seams().messageBoxes.shown.size(), 1);
-        QCOMPARE(form->stbPanels[1]->text(), u"PROTON"_s);
+        QTest::keyClick(form, Qt::Key_T, Qt::ControlModifier);
+        QCOMPARE(gQueueLayout, 2);
+        QVERIFY(form->menuItem(u"mnuQueueLayout"_s, 20)->isChecked());
+        QVERIFY(!form->menuItem(u"mnuQueueLayout"_s, 10)->isChecked());
+        QTest::keyClick(form, Qt::Key_E, Qt::ControlModifier);
+        QVERIFY(ItemDialog());
+        ItemDialog()->close();
 
-        // The runner's selection shows in the list.
+        trigger(u"mnuFile"_s, 46);
+        trigger(u"mnuQueueLayout"_s, 10);
         gQueueList.selectOnly(2);
-        QCOMPARE(list()->selectionModel()->selectedRows(), QModelIndexList{gQueueList.index(1, 0)});
+        tryEveryRoute();
     }
 
     void logPreference()
@@ -199,7 +223,6 @@ private Q_SLOTS:
         const FileDialogRequest logDialog{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s,
                                           CreatePrompt, u"Spinlane.log"_s};
         QCOMPARE(seams().fileDialogs.opened, QList{logDialog});
-        QVERIFY(!seams().settingsStore.values.contains(u"Spinlane/Path/Spinlane.log"_s));
 
         // A name without ".log" gets it; a file of that name is appended to on No.
         const QString chosen = program().path(u"run.txt"_s);
@@ -209,7 +232,6 @@ private Q_SLOTS:
         enableLog->trigger();
         QVERIFY(enableLog->isChecked() && gLogOn);
         QCOMPARE(gLogFile, chosen + u".log"_s);
-        QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Path/Spinlane.log"_s), chosen);
         QCOMPARE(seams().messageBoxes.shown,
                  QList{box(u"File already exists. Click Yes to overwirte or No to append."_s,
                            MsgButtons::YesNo, MsgIcon::None)});
@@ -226,6 +248,35 @@ private Q_SLOTS:
         trigger(u"mnuPrefs"_s, 40);
         QCOMPARE(gLogFile, QString());
         QCOMPARE(seams().desktopPrograms.shownFiles.size(), 1);
+
+        // The window's own file dialog asks before it takes a new name; No goes back to it.
+        WidgetFileDialogs widgetDialogs;
+        Seams widgets;
+        widgets.fileDialogs = &widgetDialogs;
+        const Seams scripted = installSeams(widgets);
+        const QString fresh = program().path(u"new.log"_s);
+        int dialogsShown = 0;
+        QTimer chooser;
+        connect(&chooser, &QTimer::timeout, [&] {
+            if (auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget())) {
+                ++dialogsShown;
+                dialog->selectFile(fresh);
+                QMetaObject::invokeMethod(dialog, "accept");
+            }
+        });
+        chooser.start(10);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+        seams().messageBoxes.shown.clear();
+        enableLog->trigger();
+        installSeams(scripted);
+        const MessageBoxRequest create{
+            fresh + u"\r\nThis file does not exist.\r\nDo you want to create it?"_s,
+            MsgButtons::YesNo, MsgIcon::Exclamation, u"Set Log File"_s};
+        QCOMPARE(seams().messageBoxes.shown, (QList{create, create}));
+        QCOMPARE(dialogsShown, 2);
+        QVERIFY(gLogOn);
+        QCOMPARE(gLogFile, fresh);
     }
 
     void expQueueOnlyWithTheSampleChanger()
@@ -282,24 +333,6 @@ private Q_SLOTS:
                               u"Expedra.SetShown(False)"_s, u"ShowWindow(101, 0)"_s,
                               u"ShowWindow(202, 5)"_s, u"Changer.SetShown(True)"_s,
                               u"ShowWindow(202, 0)"_s}));
-    }
-
-    void queueLayoutMenu()
-    {
-        START_PROGRAM({{}});
-        QAction* flat = form->menuItem(u"mnuQueueLayout"_s, 10);
-        QAction* tree = form->menuItem(u"mnuQueueLayout"_s, 20);
-        QCOMPARE(flat->shortcut(), QKeySequence(u"Ctrl+L"_s));
-        QCOMPARE(tree->shortcut(), QKeySequence(u"Ctrl+T"_s));
-        QVERIFY(flat->isChecked());
-        tree->trigger();
-        QVERIFY(tree->isChecked() && !flat->isChecked());
-        QCOMPARE(gQueueLayout, 2);
-        tree->trigger(); // choosing the checked one keeps it checked
-        QVERIFY(tree->isChecked() && !flat->isChecked());
-        flat->trigger();
-        QVERIFY(flat->isChecked() && !tree->isChecked());
-        QCOMPARE(gQueueLayout, 1);
     }
 
     void resizeRules()
@@ -379,40 +412,31 @@ private Q_SLOTS:
     void namedControls()
     {
         START_PROGRAM({{}}, {}, {});
-        const QList<std::tuple<QString, int, QString, QString>> items{
-            {u"mnuFile"_s, 5, u"&Add"_s, u"Ctrl+A"_s},
-            {u"mnuFile"_s, 10, u"&Edit"_s, u"Ctrl+E"_s},
-            {u"mnuFile"_s, 20, u"&Delete"_s, u"Ctrl+D"_s},
-            {u"mnuFile"_s, 30, u"&Properties"_s, u"Ctrl+P"_s},
-            {u"mnuFile"_s, 46, u"&Log out"_s, {}},
-            {u"mnuFile"_s, 50, u"E&xit"_s, {}},
-            {u"mnuPrefs"_s, 20, u"&Exp Queue Only"_s, {}},
-            {u"mnuPrefs"_s, 30, u"Enable Log"_s, {}},
-            {u"mnuPrefs"_s, 40, u"Open Log"_s, {}},
-            {u"mnuPrefs"_s, 50, u"&Always On Top"_s, {}},
-            {u"mnuPrefs"_s, 60, u"Show Current Exp. Progress"_s, {}},
-            {u"mnuPrefs"_s, 70, u"Show Sample Changer"_s, {}},
-            {u"mnuPopup"_s, 3, u"Add"_s, {}},
-            {u"mnuPopup"_s, 5, u"Edit"_s, {}},
-            {u"mnuPopup"_s, 10, u"Delete"_s, {}},
-            {u"mnuPopup"_s, 20, u"Properties"_s, {}},
-            {u"mnuHelp"_s, 10, u"&About"_s, {}}};
-        for (const auto& [menu, index, caption, shortcut] : items) {
-            QAction* item = form->menuItem(menu, index);
-            QVERIFY2(item, qPrintable(menu + QString::number(index)));
-            QCOMPARE(item->text(), caption);
-            QCOMPARE(item->shortcut(), QKeySequence(shortcut));
+        QStringList items; // every menu item: "name|caption|shortcut"
+        for (const QAction* item : form->findChildren<QAction*>()) {
+            if (item->objectName().startsWith(u"mnu"_s) && !item->isSeparator() && !item->menu())
+                items.append(item->objectName() + u'|' + item->text() + u'|'
+                             + item->shortcut().toString());
         }
-        for (int index : {25, 45})
-            QVERIFY(form->menuItem(u"mnuFile"_s, index)->isSeparator());
+        QStringList expected{
+            u"mnuFile_5|&Add|Ctrl+A"_s, u"mnuFile_10|&Edit|Ctrl+E"_s, u"mnuFile_20|&Delete|Ctrl+D"_s,
+            u"mnuFile_30|&Properties|Ctrl+P"_s, u"mnuFile_46|&Log out|"_s, u"mnuFile_50|E&xit|"_s,
+            u"mnuPrefs_20|&Exp Queue Only|"_s, u"mnuPrefs_30|Enable Log|"_s,
+            u"mnuPrefs_40|Open Log|"_s, u"mnuPrefs_50|&Always On Top|"_s,
+            u"mnuPrefs_60|Show Current Exp. Progress|"_s, u"mnuPrefs_70|Show Sample Changer|"_s,
+            u"mnuQueueLayout_10|&List View|Ctrl+L"_s, u"mnuQueueLayout_20|&Tree View|Ctrl+T"_s,
+            u"mnuPopup_3|Add|"_s, u"mnuPopup_5|Edit|"_s, u"mnuPopup_10|Delete|"_s,
+            u"mnuPopup_20|Properties|"_s, u"mnuHelp_10|&About|"_s};
+        items.sort();
+        expected.sort();
+        QCOMPARE(items, expected);
         QCOMPARE(form->menubarMenu(110)->title(), u"Popup"_s);
         QCOMPARE(form->fraLogin->title(), u"Log in:"_s);
         QCOMPARE(form->chkEntireQueue->text(), u"Run Entire Queue"_s);
         QStringList headers;
         for (int column = 0; column < QueueList::ColumnCount; ++column)
             headers.append(gQueueList.headerData(column, Qt::Horizontal).toString());
-        QCOMPARE(headers, (QStringList{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
-                                       u"Experiment Title"_s, u"User ID"_s, u"Status"_s}));
+        QCOMPARE(headers.join(u'|'), u"No.|Item S/N|Sample Pos.|Sample Name|Experiment Title|User ID|Status"_s);
         // The design widths, wider only where a header needs it.
         QCOMPARE(form->lvwSpinlane->columnWidth(QueueList::UserIDColumn),
                  hundredthsMmToPixels(2540, form));

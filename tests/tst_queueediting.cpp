@@ -102,10 +102,13 @@ private Q_SLOTS:
         QTest::newRow("inside the queue") << 10 << 4 << u"7"_s << u"007"_s;
         QTest::newRow("beyond the end") << 10 << 4 << u"25"_s << u"011"_s;
         QTest::newRow("letters") << 10 << 4 << u"abc"_s << u"005"_s;
-        QTest::newRow("fraction that shows as the current") << 10 << 4 << u"4.4"_s << u"005"_s;
+        // Deliberate: compared as shown, and never past one after the last row.
+        QTest::newRow("fraction compared as shown, never at the current")
+            << 10 << 4 << u"4.4"_s << u"005"_s;
         QTest::newRow("fraction rounded") << 10 << 4 << u"6.5"_s << u"007"_s;
-        QTest::newRow("empty queue") << 0 << 0 << u"5"_s << u"001"_s;
-        QTest::newRow("current past the end of a damaged file") << 2 << 7 << u"1"_s << u"003"_s;
+        QTest::newRow("empty queue: the first place") << 0 << 0 << u"5"_s << u"001"_s;
+        QTest::newRow("current past the end of a damaged file: the end, never past it")
+            << 2 << 7 << u"1"_s << u"003"_s;
     }
 
     void queueNumberRule()

@@ -25,7 +25,7 @@ WindowState windowState()
     if (frmSpinlane* form = MainForm()) {
         state.shown = form->isVisible();
         state.loginPanelShown = form->picLogin->isVisible();
-        state.startEnabled = form->cmdStartQueue->isEnabled();
+        state.startEnabled = form->cmdStartQueue->isEnabledTo(form->centralWidget());
         state.caption = form->cmdStartQueue->text();
     }
     state.rows = gQueueList.count();
@@ -54,8 +54,6 @@ public:
     std::optional<WindowState> atFirstPoll;
 };
 
-const QString kLocate = u"Please locate the 'Spinlane.ini' file."_s;
-
 } // namespace
 
 class TestStartup : public ProgramTest {
@@ -65,37 +63,31 @@ class TestStartup : public ProgramTest {
 
 private Q_SLOTS:
     // Each refusal ends the program before any window. Its boxes are the settings and runner
-    // tests'; here the last one names the refusal.
+    // tests'; here the last one names the refusal. The settings file's lock stands for every
+    // refusal of the settings load, which the settings tests go through.
     void refusalsEndBeforeAnyWindow_data()
     {
         QTest::addColumn<QString>("refusal");
         QTest::addColumn<QString>("message");
         QTest::newRow("second copy") << u"copy"_s << u"Cannot run two copies of Spinlane"_s;
-        QTest::newRow("settings file not located") << u"locate"_s << kLocate;
-        QTest::newRow("other version declined")
-            << u"version"_s
-            << u"Versions of initialization (0.9.1) and excutable ("_s + programVersion()
-                   + u") files do not match each other.\r\nRun the program anyway?"_s;
+        // A copy in a session with another runtime folder: only the settings file's lock is held.
+        QTest::newRow("second copy on the settings file")
+            << u"file"_s << u"Cannot run two copies of Spinlane"_s;
         QTest::newRow("console not running") << u"console"_s << u"Start Korvo application first."_s;
     }
     void refusalsEndBeforeAnyWindow()
     {
         QFETCH(QString, refusal);
         QFETCH(QString, message);
-        QLockFile firstCopy(instanceLockPath());
-        if (refusal == u"copy"_s)
+        writeFile(program().iniPath(), settingsFile({{}}));
+        QLockFile firstCopy(refusal == u"file"_s ? program().iniPath() + u".lock"_s
+                                                 : instanceLockPath());
+        if (refusal == u"copy"_s || refusal == u"file"_s)
             QVERIFY(firstCopy.tryLock(0));
-        writeFile(program().iniPath(),
-                  settingsFile({{}}, {{u"Version Number"_s,
-                                       refusal == u"version"_s ? u"0.9.1"_s : programVersion()}}));
-        if (refusal == u"locate"_s) {
-            seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
-        } else if (refusal != u"copy"_s) {
+        if (refusal != u"copy"_s) {
             seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
             seams().fileDialogs.queueChoice(program().iniPath());
         }
-        if (refusal == u"version"_s)
-            seams().messageBoxes.queueAnswer(MsgAnswer::No);
         if (refusal == u"console"_s)
             lab().running.clear();
 
@@ -108,6 +100,8 @@ private Q_SLOTS:
         // A second copy reads and asks nothing, and the first one keeps its lock.
         if (refusal == u"copy"_s)
             QVERIFY(seams().messageBoxes.shown.size() == 1 && firstCopy.isLocked());
+        if (refusal == u"file"_s)
+            QVERIFY(gIniVersion.isEmpty() && firstCopy.isLocked());
     }
 
     void startsInOrder()
@@ -143,7 +137,7 @@ private Q_SLOTS:
         QCOMPARE(changer->atFirstPoll->caption, kContinueCaption);
         QVERIFY(!changer->atFirstPoll->startEnabled);
         QCOMPARE(changer->notReadyPolls, 0);
-        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget())); // behind the login panel
         QVERIFY(!gStarting);
 
         QCOMPARE(form->pos(), QPoint(200, 100));
@@ -170,7 +164,7 @@ private Q_SLOTS:
         QVERIFY(form);
         QVERIFY(!gShowWindow);
         QVERIFY(form->isVisible() && form->picLogin->isVisible());
-        QVERIFY(form->cmdStartQueue->isEnabled());
+        QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget()));
     }
 
     void captionFromTheSavedProgress_data()

@@ -87,6 +87,7 @@ private Q_SLOTS:
         QCOMPARE(seams.messageBoxes.shown, QList{box(u"Run-time error '13':\r\n\r\nType mismatch"_s,
                                                      MsgButtons::Ok, MsgIcon::Critical)});
         QCOMPARE(seams.programEnd.ends, 1);
+        QCOMPARE(seams.programEnd.lastStatus, 1); // scripts and service managers see the failure
 
         // An end requested by the handler itself stops it quietly.
         guarded([&] {
@@ -95,6 +96,7 @@ private Q_SLOTS:
         });
         QVERIFY(!after);
         QCOMPARE(seams.programEnd.ends, 2);
+        QCOMPARE(seams.programEnd.lastStatus, 0);
         QCOMPARE(seams.messageBoxes.shown.size(), 1);
     }
 };

@@ -17,18 +17,21 @@ namespace spinlane {
 
 namespace {
 
-void showUserMenus(frmSpinlane& form, bool shown)
+// Logged out, nothing behind the panel acts: the window's controls are disabled, so no click,
+// Tab, mnemonic or shortcut reaches them, and the menus that edit the queue are hidden.
+void openToUser(frmSpinlane& form, bool open)
 {
     for (int index : {10, 20})
-        form.menubarMenu(index)->menuAction()->setVisible(shown);
+        form.menubarMenu(index)->menuAction()->setVisible(open);
+    form.centralWidget()->setEnabled(open);
 }
 
 void showPanel(frmSpinlane& form)
 {
     form.picLogin->show();
     form.picLogin->raise();
+    openToUser(form, false);
     form.txtUserID->setFocus();
-    showUserMenus(form, false);
 }
 
 } // namespace
@@ -47,7 +50,7 @@ void Login(frmSpinlane& form)
         return;
     }
     form.picLogin->hide();
-    showUserMenus(form, true);
+    openToUser(form, true);
     gCurrentUserID = userID;
     form.menuItem(u"mnuFile"_s, 46)->setText(u"Log out "_s + gCurrentUserID);
 }

@@ -19,6 +19,7 @@
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
 #include "ui/frmAbout.h"
+#include "ui/frmItemDialog.h"
 
 #include <QCheckBox>
 #include <QCloseEvent>
@@ -32,6 +33,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QStatusBar>
+#include <QStyle>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -132,16 +134,22 @@ void frmSpinlane::createControls()
     cmdStartOver = designed<QPushButton>(client, u"cmdStartOver"_s, 5610, 5340, 1800, 510);
     cmdStartOver->setText(u"Start Over"_s);
 
-    // Right of the list. Add and Delete follow the list's right edge as the window is resized; Edit
-    // keeps its place, above the list, which may grow under it.
+    // Right of the list.
+    // Add and Delete follow the list's right edge as the window is resized; Edit keeps its place,
+    // above the list, which may grow under it. The buttons have no captions, so no mnemonic
+    // reaches them; their tool tips name them.
     cmdAdd = designed<QPushButton>(client, u"cmdAdd"_s, 10440, 120, 1440, 450);
-    cmdAdd->setText(u"&Add"_s);
     cmdAdd->setToolTip(u"Add a new item"_s);
     cmdEdit = designed<QPushButton>(client, u"cmdEdit"_s, 10440, 660, 1440, 450);
-    cmdEdit->setText(u"&Edit"_s);
     cmdDelete = designed<QPushButton>(client, u"cmdDelete"_s, 10440, 1200, 1440, 450);
-    cmdDelete->setText(u"&Delete"_s);
     cmdDelete->setToolTip(u"Delete the selected item"_s);
+    for (auto [button, name, theme, fallback] :
+         {std::tuple{cmdAdd, u"Add"_s, u"list-add"_s, QStyle::SP_FileIcon},
+          std::tuple{cmdEdit, u"Edit"_s, u"document-edit"_s, QStyle::SP_FileDialogContentsView},
+          std::tuple{cmdDelete, u"Delete"_s, u"edit-delete"_s, QStyle::SP_TrashIcon}}) {
+        button->setAccessibleName(name);
+        button->setIcon(QIcon::fromTheme(theme, style()->standardIcon(fallback)));
+    }
 
     updQueueItem = designed<QWidget>(client, u"updQueueItem"_s, 10950, 1800, 420, 900);
     updQueueItem->setToolTip(u"Change item queue order"_s);
@@ -311,8 +319,6 @@ void frmSpinlane::createStatusBar()
         bar->addWidget(panel, widths[i] > 0 ? 0 : 1);
         stbPanels[i] = panel;
     }
-    stbPanels[0]->setText(u"Sample"_s);
-    stbPanels[1]->setText(u"Experiment"_s);
 
     // The progress bar sits inside panel 3, 60 twips below the status bar's top.
     auto* progressPanel = new QHBoxLayout(stbPanels[2]);
@@ -510,6 +516,9 @@ void frmSpinlane::Form_Unload(QCloseEvent* event)
     if (gRunControls.startQueueCaption() == kStopCaption)
         return;
     CloseAbout();
+    // The item dialog's own unload hands Expedra back when the user was sent there to configure.
+    if (frmItemDialog* dialog = ItemDialog())
+        dialog->close();
     if (gRunControls.startQueueCaption() == kStopCaption) {
         RequestStop();
         wait_in_seconds(1);

@@ -71,9 +71,18 @@ QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     dialog.setFileMode((request.flags & FileMustExist) ? QFileDialog::ExistingFile
                                                        : QFileDialog::AnyFile);
-    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-        return {};
-    return QDir::toNativeSeparators(dialog.selectedFiles().constFirst());
+    for (;;) {
+        if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+            return {};
+        const QString chosen = QDir::toNativeSeparators(dialog.selectedFiles().constFirst());
+        // With the create prompt, a name that does not exist yet is taken only when the user
+        // agrees to create it; No goes back to the dialog.
+        if (!(request.flags & CreatePrompt) || QFileInfo::exists(chosen)
+            || msgBox(chosen + u"\r\nThis file does not exist.\r\nDo you want to create it?"_s,
+                      MsgButtons::YesNo, MsgIcon::Exclamation, request.title)
+                   == MsgAnswer::Yes)
+            return chosen;
+    }
 }
 
 QString WidgetFileDialogs::saveFile(const FileDialogRequest& request)

@@ -84,8 +84,13 @@ private:
 
 class RecordingProgramEnd : public ProgramEnd {
 public:
-    void end() override { ++ends; }
+    void end(int status) override
+    {
+        ++ends;
+        lastStatus = status;
+    }
     int ends = 0;
+    int lastStatus = -1;
 };
 
 class RecordingDesktopPrograms : public DesktopPrograms {
