@@ -15,6 +15,7 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "runner/WaitForSampleChanger.h"
+#include "status/SpinlaneBus.h"
 #include "ui/ItemDialogControl.h"
 #include "ui/Login.h"
 #include "ui/Twips.h"
@@ -37,6 +38,7 @@ void Main(const QStringList& arguments)
                MsgIcon::Exclamation);
         EndProgram();
     }
+    PublishOnBus();
     gExeVersion = programVersion();
     gProgramDrive = QCoreApplication::applicationDirPath().left(1);
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
@@ -77,6 +79,7 @@ void InitMainWindow(frmSpinlane& form)
 
 void resetProgramState()
 {
+    WithdrawFromBus();
     DeleteMainForm();
     gLogOn = false;
     CloseLogFile();

@@ -5,12 +5,11 @@
 #include "app/ProfileFile.h"
 #include "app/RuntimeError.h"
 #include "app/SettingsFile.h"
+#include "app/TextTable.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QTextStream>
-
-#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -56,23 +55,6 @@ int save(const ProfileDocument& file, const QString& path)
     return Success;
 }
 
-void printTable(const std::vector<QStringList>& rows)
-{
-    std::vector<qsizetype> widths;
-    for (const QStringList& row : rows)
-        for (qsizetype c = 0; c < row.size(); ++c) {
-            if (qsizetype(widths.size()) <= c)
-                widths.push_back(0);
-            widths[c] = std::max(widths[c], row[c].size());
-        }
-    for (const QStringList& row : rows) {
-        QString line;
-        for (qsizetype c = 0; c < row.size(); ++c)
-            line += c + 1 < row.size() ? row[c].leftJustified(widths[c] + 2) : row[c];
-        out() << line << '\n';
-    }
-}
-
 int printQueue(const ProfileDocument& file)
 {
     std::vector<QStringList> rows{{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
@@ -84,7 +66,7 @@ int printQueue(const ProfileDocument& file)
                         item.SampleName, QString::number(item.ExpTitleIndex), item.UserID,
                         item.Status});
     }
-    printTable(rows);
+    out() << textTable(rows);
     return Success;
 }
 
