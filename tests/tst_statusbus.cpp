@@ -315,7 +315,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("script");
         QTest::addColumn<QStringList>("alerts");
         QTest::addColumn<QString>("notified");
-        const QByteArray fails = "[Expedra]\r\nFailRuns=1\r\n";
+        const QByteArray fails = "[Expedra]\r\nFailRuns=1\r\n[Experiment 1]\r\nTitle=PROTON\r\n"
+                                 "Duration=0.3\r\n";
         const QString failed = u"Spinlane: Item 001 failed | 001 Sample 1 (ann)"_s;
         // The command records its process and then sleeps for a minute.
         QTest::newRow("slow command")
