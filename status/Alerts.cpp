@@ -38,6 +38,7 @@ void runAlertCommand(const QStringList& arguments)
 Alerts::Alerts(const RunStatus& status, const QDBusConnection& bus, QObject* parent)
     : QObject(parent)
     , m_status(status)
+    , m_runState(status.runState())
     , m_bus(bus)
     , m_labPrograms(new QDBusServiceWatcher(this))
 {
@@ -57,8 +58,11 @@ Alerts::Alerts(const RunStatus& status, const QDBusConnection& bus, QObject* par
                           + (failed ? u" failed"_s : u" was stopped"_s),
                       describe(item));
             });
+    // Only a run that reaches the end finishes the queue, not the state restored at start-up.
     connect(&status, &RunStatus::runStateChanged, this, [this](const QString& state) {
-        if (state != u"finished"_s)
+        const bool finished = m_runState == u"running"_s && state == u"finished"_s;
+        m_runState = state;
+        if (!finished)
             return;
         QStringList counts;
         for (const auto& [itemStatus, count] : m_status.statusCounts())

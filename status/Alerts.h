@@ -29,6 +29,7 @@ private:
     void notify(const QString& summary, const QString& body, uchar urgency);
 
     const RunStatus& m_status;
+    QString m_runState; // as last signalled
     QDBusConnection m_bus;
     QDBusServiceWatcher* m_labPrograms;
 };
