@@ -6,13 +6,14 @@
 #include "app/RuntimeError.h"
 #include "app/SettingsFile.h"
 #include "app/TextTable.h"
+#include "tools/Console.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QTextStream>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
+using namespace spinlane::tools;
 
 namespace {
 
@@ -29,18 +30,6 @@ const char kUsage[] = "usage: spinlane-ini get FILE SECTION KEY [DEFAULT]\n"
                       "set    writes one key, in place when it exists\n"
                       "clear  empties a section (every section of that name); its header stays\n"
                       "queue  prints the queue held in the file as a table\n";
-
-QTextStream& out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream& err()
-{
-    static QTextStream stream(stderr);
-    return stream;
-}
 
 int fail(const QString& message)
 {

@@ -3,6 +3,7 @@
 
 #include "app/TextTable.h"
 #include "status/StatusBus.h"
+#include "tools/Console.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -11,11 +12,11 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusServiceWatcher>
-#include <QTextStream>
 #include <QTime>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
+using namespace spinlane::tools;
 
 namespace {
 
@@ -29,18 +30,6 @@ const char kUsage[] = "usage: spinlane-status [--queue | --watch]\n"
                       "         until Spinlane ends\n";
 
 constexpr int kCallTimeoutMs = 5000;
-
-QTextStream& out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream& err()
-{
-    static QTextStream stream(stderr);
-    return stream;
-}
 
 // A failed call, or an answer of another shape, is an error that ends the tool.
 struct CallFailed {
