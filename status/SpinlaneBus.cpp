@@ -8,6 +8,7 @@
 #include <QDBusConnectionInterface>
 
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -61,8 +62,14 @@ std::unique_ptr<Presence>& presence()
 void PublishOnBus(const QDBusConnection& bus)
 {
     WithdrawFromBus();
-    if (bus.isConnected())
+    if (bus.isConnected()) {
         presence() = std::make_unique<Presence>(bus);
+        return;
+    }
+    static bool told = false;
+    if (!std::exchange(told, true))
+        qWarning("Spinlane: there is no session bus; Spinlane goes on without its bus name, "
+                 "status and alerts");
 }
 
 void WithdrawFromBus() { presence().reset(); }
