@@ -15,6 +15,7 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "runner/WaitForSampleChanger.h"
+#include "status/SpinlaneBus.h"
 #include "ui/ItemDialogControl.h"
 #include "ui/Login.h"
 #include "ui/Twips.h"
@@ -37,7 +38,8 @@ void Main(const QStringList& arguments)
     gExeVersion = programVersion();
     gProgramDrive = QCoreApplication::applicationDirPath().left(1);
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
-    LoadSettings();
+    LoadSettings(); // also refuses a copy that another one's settings-file lock keeps out
+    PublishOnBus();
     ConnectPrograms();
     RefreshExperimentTitles();
     RefreshSolvents();
@@ -74,6 +76,7 @@ void InitMainWindow(frmSpinlane& form)
 
 void resetProgramState()
 {
+    WithdrawFromBus();
     DeleteMainForm();
     gLogOn = false;
     CloseLogFile();

@@ -32,11 +32,20 @@ void RunControls::setStartOverVisible(bool visible)
     Q_EMIT changed();
 }
 
+void RunControls::setRunUnderWay(bool underWay)
+{
+    if (m_runUnderWay == underWay)
+        return;
+    m_runUnderWay = underWay;
+    Q_EMIT changed();
+}
+
 void RunControls::reset()
 {
     m_caption = kStartCaption;
     m_toolTip.clear();
     m_startOverVisible = false;
+    m_runUnderWay = false;
     Q_EMIT changed();
 }
 

@@ -12,7 +12,7 @@ inline const QString kContinueCaption = QStringLiteral("Continue Spinlane!");
 inline const QString kRunAgainCaption = QStringLiteral("Run The Queue Again!");
 
 // The run controls as the main window shows them: the run button's caption and tool tip, and
-// whether the start-over button is visible.
+// whether the start-over button is visible; and whether a run is under way.
 class RunControls : public QObject {
     Q_OBJECT
 public:
@@ -22,6 +22,9 @@ public:
     void setStartQueueToolTip(const QString& toolTip);
     bool startOverVisible() const { return m_startOverVisible; }
     void setStartOverVisible(bool visible);
+    // True while RunQueue works through the queue, from its first step until it returns.
+    bool runUnderWay() const { return m_runUnderWay; }
+    void setRunUnderWay(bool underWay);
 
     void reset();
 
@@ -32,6 +35,7 @@ private:
     QString m_caption = kStartCaption;
     QString m_toolTip;
     bool m_startOverVisible = false;
+    bool m_runUnderWay = false;
 };
 
 extern RunControls gRunControls;

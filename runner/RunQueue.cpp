@@ -128,6 +128,12 @@ bool record(Outcome outcome, qint32 row, qint32 n)
     return false;
 }
 
+// Marks the run as under way for as long as RunQueue has not returned, error or not.
+struct RunUnderWay {
+    RunUnderWay() { gRunControls.setRunUnderWay(true); }
+    ~RunUnderWay() { gRunControls.setRunUnderWay(false); }
+};
+
 } // namespace
 
 qint32 FindQueueRow(qint32 queueNum)
@@ -141,6 +147,7 @@ qint32 FindQueueRow(qint32 queueNum)
 
 void RunQueue()
 {
+    const RunUnderWay underWay;
     if (gLogOn) {
         WriteStartBanner();
         WriteLogHeader();

@@ -5,15 +5,15 @@
 #include "app/ProfileFile.h"
 #include "app/RuntimeError.h"
 #include "app/SettingsFile.h"
+#include "app/TextTable.h"
+#include "tools/Console.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QTextStream>
-
-#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
+using namespace spinlane::tools;
 
 namespace {
 
@@ -31,18 +31,6 @@ const char kUsage[] = "usage: spinlane-ini get FILE SECTION KEY [DEFAULT]\n"
                       "clear  empties a section (every section of that name); its header stays\n"
                       "queue  prints the queue held in the file as a table\n";
 
-QTextStream& out()
-{
-    static QTextStream stream(stdout);
-    return stream;
-}
-
-QTextStream& err()
-{
-    static QTextStream stream(stderr);
-    return stream;
-}
-
 int fail(const QString& message)
 {
     err() << "spinlane-ini: " << message << Qt::endl;
@@ -56,23 +44,6 @@ int save(const ProfileDocument& file, const QString& path)
     return Success;
 }
 
-void printTable(const std::vector<QStringList>& rows)
-{
-    std::vector<qsizetype> widths;
-    for (const QStringList& row : rows)
-        for (qsizetype c = 0; c < row.size(); ++c) {
-            if (qsizetype(widths.size()) <= c)
-                widths.push_back(0);
-            widths[c] = std::max(widths[c], row[c].size());
-        }
-    for (const QStringList& row : rows) {
-        QString line;
-        for (qsizetype c = 0; c < row.size(); ++c)
-            line += c + 1 < row.size() ? row[c].leftJustified(widths[c] + 2) : row[c];
-        out() << line << '\n';
-    }
-}
-
 int printQueue(const ProfileDocument& file)
 {
     std::vector<QStringList> rows{{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
@@ -84,7 +55,7 @@ int printQueue(const ProfileDocument& file)
                         item.SampleName, QString::number(item.ExpTitleIndex), item.UserID,
                         item.Status});
     }
-    printTable(rows);
+    out() << textTable(rows);
     return Success;
 }
 

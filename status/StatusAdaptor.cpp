@@ -1,0 +1,63 @@
+#include "status/StatusAdaptor.h"
+
+#include "status/RunStatus.h"
+#include "status/StatusBus.h"
+
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QMetaProperty>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane {
+
+StatusAdaptor::StatusAdaptor(QObject* object, const RunStatus& status, const QDBusConnection& bus)
+    : QDBusAbstractAdaptor(object)
+    , m_status(status)
+    , m_bus(bus)
+{
+    qDBusRegisterMetaType<QList<QStringList>>();
+    connect(&status, &RunStatus::itemStatusChanged, this, &StatusAdaptor::ItemStatusChanged);
+    connect(&status, &RunStatus::runStateChanged, this, &StatusAdaptor::RunStateChanged);
+    connect(&status, &RunStatus::propertiesChanged, this, &StatusAdaptor::sendPropertiesChanged);
+}
+
+QString StatusAdaptor::runState() const { return m_status.runState(); }
+int StatusAdaptor::currentQueueNumber() const { return m_status.currentQueueNumber(); }
+int StatusAdaptor::itemCount() const { return m_status.itemCount(); }
+
+QVariantMap StatusAdaptor::currentItem() const
+{
+    const ItemInfo& item = m_status.currentItem();
+    return {
+        {u"QueueNumber"_s, item.queueNumber},
+        {u"SamplePosition"_s, item.samplePosition},
+        {u"SampleName"_s, item.sampleName},
+        {u"Experiment"_s, item.experiment},
+        {u"User"_s, item.user},
+        {u"DataFile"_s, item.dataFile},
+        {u"Status"_s, item.status},
+        {u"Started"_s, item.started.isValid() ? item.started.toString(Qt::ISODate) : QString()}};
+}
+
+QList<QStringList> StatusAdaptor::Queue() const
+{
+    const std::vector<QStringList> rows = m_status.rows();
+    return {rows.begin(), rows.end()};
+}
+
+// The standard signal of org.freedesktop.DBus.Properties, with the new values.
+void StatusAdaptor::sendPropertiesChanged(const QStringList& names)
+{
+    QVariantMap changed;
+    for (const QString& name : names) {
+        const int index = metaObject()->indexOfProperty(name.toLatin1().constData());
+        changed.insert(name, metaObject()->property(index).read(this));
+    }
+    QDBusMessage signal = QDBusMessage::createSignal(
+        kStatusPath, u"org.freedesktop.DBus.Properties"_s, u"PropertiesChanged"_s);
+    signal << kStatusInterface << changed << QStringList();
+    m_bus.send(signal);
+}
+
+} // namespace spinlane

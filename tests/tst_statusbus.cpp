@@ -1,0 +1,372 @@
+// Spinlane on the session bus: its class name, the status of a real run against the simulated
+// laboratory as a bus client and spinlane-status see it, and the alerts of the run.
+
+#include "app/Conversions.h"
+#include "app/Settings.h"
+#include "app/Startup.h"
+#include "app/SystemSeams.h"
+#include "queue/QueueRows.h"
+#include "runner/DBusAutomation.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunQueue.h"
+#include "status/SpinlaneBus.h"
+#include "status/StatusBus.h"
+#include "support/ProgramFixture.h"
+#include "support/ScaledClock.h"
+#include "support/SimulatedLab.h"
+
+#include <QDBusArgument>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+QDBusConnection connection(const QString& name)
+{
+    return QDBusConnection::connectToBus(QDBusConnection::SessionBus, name);
+}
+
+// A desktop's notification service, as far as Spinlane uses it.
+class NotificationService : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+public:
+    QStringList received; // "summary | body"
+public Q_SLOTS:
+    uint Notify(const QString&, uint, const QString&, const QString& summary, const QString& body,
+                const QStringList&, const QVariantMap&, int)
+    {
+        received.append(summary + u" | "_s + body);
+        return uint(received.size());
+    }
+};
+
+// What a client of the status interface receives, each signal as spinlane-status --watch prints
+// it and each property change as "{Name=value ...}".
+class StatusClient : public QObject {
+    Q_OBJECT
+public:
+    QStringList lines;
+    std::function<void(const QString&)> onLine = [](const QString&) {};
+public Q_SLOTS:
+    void item(int number, const QString& sample, const QString& user, const QString& status)
+    {
+        add(formatQueueNumber(number) + u' ' + sample + u" ("_s + user + u"): "_s + status);
+    }
+    void runState(const QString& state) { add(u"run: "_s + state); }
+    void properties(const QString&, const QVariantMap& changed, const QStringList&)
+    {
+        QStringList values;
+        for (auto it = changed.begin(); it != changed.end(); ++it) {
+            const QVariantMap item = qdbus_cast<QVariantMap>(it.value());
+            values.append(it.key() + u'='
+                          + (item.isEmpty() ? it.value().toString()
+                                            : item[u"QueueNumber"_s].toString() + u'/'
+                                                  + item[u"Status"_s].toString()));
+        }
+        add(u'{' + values.join(u' ') + u'}');
+    }
+
+private:
+    void add(const QString& line)
+    {
+        lines.append(line);
+        onLine(line);
+    }
+};
+
+// The runner as tst_simulatedlab sets it up: the real automation backend and event pump, a clock
+// 20 times faster than real time, a notification service and a settings file naming the alert
+// command `script` (a shell script written for the test; none is written when it is empty).
+class LabRun {
+public:
+    explicit LabRun(const QByteArray& script)
+        : m_automation(QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000})
+        , m_notifications(connection(u"notifications"_s))
+    {
+        installSeams({nullptr, nullptr, nullptr, &m_clock, &m_pump, nullptr});
+        m_previous = installAutomation(&m_automation);
+        resetStartupState();
+        resetSettingsState();
+        resetProgramLinks();
+        resetRunState();
+        gIniPath = m_dir.filePath(u"Spinlane.INI"_s);
+        writeFile(gIniPath, "[Alerts]\r\nCommand=" + m_dir.filePath(u"alert"_s).toUtf8());
+        if (!script.isEmpty()) {
+            writeFile(m_dir.filePath(u"alert"_s), "#!/bin/sh\nIFS='|'\n" + script);
+            QFile::setPermissions(m_dir.filePath(u"alert"_s), QFile::ExeOwner | QFile::ReadOwner);
+        }
+        m_notifications.registerObject(u"/org/freedesktop/Notifications"_s, &notifications,
+                                       QDBusConnection::ExportAllSlots);
+        m_notifications.registerService(u"org.freedesktop.Notifications"_s);
+    }
+    ~LabRun()
+    {
+        WithdrawFromBus();
+        resetProgramLinks();
+        installAutomation(m_previous);
+        QDBusConnection::disconnectFromBus(u"notifications"_s);
+    }
+
+    // Connects the programs in `mode` and makes a queue of `items` that shows the experiments.
+    void connectAndQueue(qint16 mode, qint32 items)
+    {
+        makeQueue(items);
+        gSampleControl = mode;
+        ConnectPrograms();
+        gExpTitles = gExpedra->GetExperimentTitles();
+        for (qint32 i = 1; i <= items; ++i)
+            FillQueueRow(i, i);
+    }
+    // The lines the alert command wrote to the file named "alert.args".
+    QStringList alerts() const
+    {
+        return QString::fromUtf8(readFile(path(u"alert.args"_s))).split(u'\n', Qt::SkipEmptyParts);
+    }
+    QString path(const QString& name) const { return m_dir.filePath(name); }
+
+    ScriptedSeams seams;
+    NotificationService notifications;
+
+private:
+    QTemporaryDir m_dir;
+    ScaledClock m_clock{20};
+    QtEventPump m_pump;
+    DBusAutomation m_automation;
+    AutomationBackend* m_previous = nullptr;
+    QDBusConnection m_notifications;
+};
+
+} // namespace
+
+class TestStatusBus : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(QDBusConnection::sessionBus().isConnected(), "needs a private bus: run by CTest");
+        qDBusRegisterMetaType<QList<QStringList>>();
+    }
+
+    // The class name is the program's from start-up to the end; a copy that finds the name taken
+    // starts all the same and says so once.
+    void classNameFromStartToEnd()
+    {
+        QDBusConnectionInterface* bus = QDBusConnection::sessionBus().interface();
+        {
+            ProgramFixture program;
+            QVERIFY(program.start(settingsFile({{u"Idle"_s, 3, 0}})));
+            QCOMPARE(bus->serviceOwner(spinlaneBusName()).value(),
+                     QDBusConnection::sessionBus().baseService());
+            QDBusMessage introspect = QDBusMessage::createMethodCall(
+                spinlaneBusName(), u"/"_s, u"org.freedesktop.DBus.Introspectable"_s,
+                u"Introspect"_s);
+            const QString xml = connection(u"client"_s)
+                                    .call(introspect, QDBus::BlockWithGui)
+                                    .arguments()
+                                    .value(0)
+                                    .toString();
+            static const QRegularExpression noMembers(
+                u"<interface name=\"org.spinlane.lab.Spinlane.clsBrelixSpinlane\"\\s*/>"_s);
+            QVERIFY2(noMembers.match(xml).hasMatch(), qPrintable(xml));
+            program.form->close();
+            QCOMPARE(program.seams.programEnd.ends, 1);
+        }
+        QVERIFY(!bus->isServiceRegistered(spinlaneBusName()).value());
+
+        QDBusConnection other = connection(u"other"_s);
+        QVERIFY(other.registerService(spinlaneBusName()));
+        ProgramFixture program;
+        QTest::ignoreMessage(
+            QtWarningMsg,
+            qPrintable(u"Spinlane: the bus name "_s + spinlaneBusName()
+                       + u" is taken by another program; Spinlane goes on without it"_s));
+        QVERIFY(program.start(settingsFile({{u"Idle"_s, 3, 0}})));
+        QCOMPARE(bus->serviceOwner(spinlaneBusName()).value(), other.baseService());
+        QDBusConnection::disconnectFromBus(u"other"_s);
+    }
+
+    // Start, an item done, one failed, Stop, Continue and the end of the queue, as the status
+    // interface, spinlane-status --watch and the alerts tell them.
+    void statusThroughARun()
+    {
+        SimulatedLab lab("[Expedra]\r\nFailRuns=2\r\n[Experiment 1]\r\nTitle=PROTON\r\n"
+                         "Duration=0.3\r\n");
+        QVERIFY(lab.isReady() && lab.startConsole());
+        LabRun run("echo \"$*\" >> \"$0.args\"\n");
+        PublishOnBus(QDBusConnection::sessionBus());
+        run.connectAndQueue(1, 4);
+
+        StatusClient client;
+        QDBusConnection clientBus = connection(u"client"_s);
+        const auto subscribe = [&](const QString& interface, const char* name, const char* slot) {
+            QVERIFY(clientBus.connect(spinlaneBusName(), kStatusPath, interface,
+                                      QString::fromLatin1(name), &client, slot));
+        };
+        subscribe(kStatusInterface, "ItemStatusChanged",
+                  SLOT(item(int, QString, QString, QString)));
+        subscribe(kStatusInterface, "RunStateChanged", SLOT(runState(QString)));
+        subscribe(u"org.freedesktop.DBus.Properties"_s, "PropertiesChanged",
+                  SLOT(properties(QString, QVariantMap, QStringList)));
+        // Stop is pressed while item 3 runs for the first time.
+        client.onLine = [&client](const QString& line) {
+            if (line == u"003 Sample 3 (ann): In progress"_s
+                && !client.lines.contains(u"run: stopped"_s))
+                RequestStop();
+        };
+        QProcess watch;
+        watch.start(QStringLiteral(SPINLANE_STATUS), {u"--watch"_s});
+        QTRY_VERIFY_WITH_TIMEOUT(watch.canReadLine(), 10000);
+
+        RunQueue();
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Failed"_s, u"Stopped"_s, u"Idle"_s}));
+        ContinueQueue();
+        // clang-format off
+        const QStringList expected{
+        u"run: running"_s, u"{RunState=running}"_s,
+        u"001 Sample 1 (ann): In progress"_s, u"{CurrentItem=1/In progress CurrentQueueNumber=1}"_s,
+        u"001 Sample 1 (ann): Done"_s, u"{CurrentItem=1/Done}"_s,
+        u"002 Sample 2 (ann): In progress"_s, u"{CurrentItem=2/In progress CurrentQueueNumber=2}"_s,
+        u"002 Sample 2 (ann): Failed"_s, u"{CurrentItem=2/Failed}"_s,
+        u"003 Sample 3 (ann): In progress"_s, u"{CurrentItem=3/In progress CurrentQueueNumber=3}"_s,
+        u"003 Sample 3 (ann): Stopped"_s, u"{CurrentItem=3/Stopped}"_s,
+        u"run: stopped"_s, u"{RunState=stopped}"_s,
+        u"run: running"_s, u"{RunState=running}"_s,
+        u"003 Sample 3 (ann): In progress"_s, u"{CurrentItem=3/In progress}"_s,
+        u"003 Sample 3 (ann): Done"_s, u"{CurrentItem=3/Done}"_s,
+        u"004 Sample 4 (ann): In progress"_s, u"{CurrentItem=4/In progress CurrentQueueNumber=4}"_s,
+        u"004 Sample 4 (ann): Done"_s, u"{CurrentItem=4/Done}"_s,
+        u"run: finished"_s, u"{RunState=finished}"_s};
+        // clang-format on
+        QTRY_COMPARE(client.lines.join(u'\n'), expected.join(u'\n'));
+
+        // The tool prints the state it found, then the same signals, each after the time.
+        static const QRegularExpression stamp(u"^\\d\\d:\\d\\d:\\d\\d "_s,
+                                              QRegularExpression::MultilineOption);
+        QString watched;
+        const auto watchedLines = [&] {
+            watched += QString::fromUtf8(watch.readAllStandardOutput());
+            return QString(watched).remove(stamp).split(u'\n', Qt::SkipEmptyParts);
+        };
+        QTRY_COMPARE(watchedLines(), QStringList{u"run: idle"_s}
+                                         + expected.filter(QRegularExpression(u"^[0-9r]"_s)));
+        watch.kill();
+        watch.waitForFinished();
+
+        // The values at the end.
+        QDBusMessage getAll = QDBusMessage::createMethodCall(
+            spinlaneBusName(), kStatusPath, u"org.freedesktop.DBus.Properties"_s, u"GetAll"_s);
+        getAll << kStatusInterface;
+        const QVariantMap values = qdbus_cast<QVariantMap>(
+            clientBus.call(getAll, QDBus::BlockWithGui).arguments().value(0));
+        QVariantMap item = qdbus_cast<QVariantMap>(values[u"CurrentItem"_s]);
+        QVERIFY2(QDateTime::fromString(item.take(u"Started"_s).toString(), Qt::ISODate).isValid(),
+                 "no start time");
+        QCOMPARE(item, (QVariantMap{{u"QueueNumber"_s, 4},
+                                    {u"SamplePosition"_s, 40},
+                                    {u"SampleName"_s, u"Sample 4"_s},
+                                    {u"Experiment"_s, u"PROTON"_s},
+                                    {u"User"_s, u"ann"_s},
+                                    {u"DataFile"_s, u"/data/4.kvd"_s},
+                                    {u"Status"_s, u"Done"_s}}));
+        QCOMPARE(values[u"RunState"_s].toString(), u"finished"_s);
+        QCOMPARE(values[u"ItemCount"_s].toInt(), 4);
+        QDBusMessage queue = QDBusMessage::createMethodCall(spinlaneBusName(), kStatusPath,
+                                                            kStatusInterface, u"Queue"_s);
+        const auto rows = qdbus_cast<QList<QStringList>>(
+            clientBus.call(queue, QDBus::BlockWithGui).arguments().value(0));
+        QCOMPARE(rows.value(1), (QStringList{u"002"_s, u"SN2"_s, u"20"_s, u"Sample 2"_s,
+                                             u"PROTON"_s, u"ann"_s, u"Failed"_s}));
+        QCOMPARE(rows.size(), 4);
+
+        QProcess status;
+        status.start(QStringLiteral(SPINLANE_STATUS), {});
+        QTRY_COMPARE(status.state(), QProcess::NotRunning);
+        const QString printed = QString::fromUtf8(status.readAllStandardOutput());
+        QVERIFY2(printed.startsWith(u"Run state:   finished\nItem:        004 of 4\n"
+                                    u"Sample:      40  Sample 4\nExperiment:  PROTON\n"
+                                    u"User:        ann\nData file:   /data/4.kvd\n"
+                                    u"Status:      Done\nStarted:     "_s),
+                 qPrintable(printed));
+
+        QTRY_COMPARE(run.notifications.received,
+                     (QStringList{u"Spinlane: Item 002 failed | 002 Sample 2 (ann)"_s,
+                                  u"Spinlane: Item 003 was stopped | 003 Sample 3 (ann)"_s,
+                                  u"Spinlane: The queue finished | 4 items: 3 Done, 1 Failed"_s}));
+        QTRY_COMPARE(run.alerts(), (QStringList{u"ItemFailed|002|Sample 2|ann|Failed"_s,
+                                                u"ItemStopped|003|Sample 3|ann|Stopped"_s,
+                                                u"QueueFinished|004|Sample 4|ann|Done"_s}));
+        QDBusConnection::disconnectFromBus(u"client"_s);
+    }
+
+    void alertsNeverHoldTheRun_data()
+    {
+        QTest::addColumn<QByteArray>("lab");
+        QTest::addColumn<QByteArray>("script");
+        QTest::addColumn<QStringList>("alerts");
+        QTest::addColumn<QString>("notified");
+        const QByteArray fails = "[Expedra]\r\nFailRuns=1\r\n[Experiment 1]\r\nTitle=PROTON\r\n"
+                                 "Duration=0.3\r\n";
+        const QString failed = u"Spinlane: Item 001 failed | 001 Sample 1 (ann)"_s;
+        // The command records its process and then sleeps for a minute.
+        QTest::newRow("slow command")
+            << fails << QByteArray("echo \"$$|$*\" >> \"$0.args\"\nexec sleep 60\n")
+            << QStringList{u"ItemFailed|001|Sample 1|ann|Failed"_s,
+                           u"QueueFinished|001|Sample 1|ann|Failed"_s}
+            << failed;
+        QTest::newRow("missing command") << fails << QByteArray() << QStringList() << failed;
+        QTest::newRow("program lost")
+            << QByteArray("[Expedra]\r\nCrash=IsExperimentRunning:1\r\n")
+            << QByteArray("echo \"$*\" >> \"$0.args\"\n")
+            << QStringList{u"ProgramLost|001|Sample 1|ann|In progress|Expedra.BrelixExpedra"_s}
+            << u"Spinlane: Expedra.BrelixExpedra was lost | While running item 001 Sample 1 (ann)"_s;
+    }
+    void alertsNeverHoldTheRun()
+    {
+        QFETCH(QByteArray, lab);
+        QFETCH(QByteArray, script);
+        QFETCH(QStringList, alerts);
+        QFETCH(QString, notified);
+        SimulatedLab simulated(lab);
+        QVERIFY(simulated.isReady() && simulated.startConsole());
+        LabRun run(script);
+        PublishOnBus(QDBusConnection::sessionBus());
+        run.connectAndQueue(1, 1);
+        if (script.isEmpty()) {
+            const QByteArray warning = "Spinlane: the alert command "
+                                       + run.path(u"alert"_s).toUtf8() + " could not be started";
+            QTest::ignoreMessage(QtWarningMsg, warning.constData());
+            QTest::ignoreMessage(QtWarningMsg, warning.constData());
+        }
+        guarded([] { RunQueue(); });
+        const bool lost = QTest::currentDataTag() == "program lost"_ba;
+        QCOMPARE(run.seams.programEnd.ends, lost ? 1 : 0);
+        QCOMPARE(statuses(), QStringList{lost ? u"In progress"_s : u"Failed"_s});
+        QTRY_COMPARE(run.notifications.received.value(0), notified);
+        QTRY_COMPARE(run.alerts().size(), alerts.size());
+        QStringList received = run.alerts();
+        // The slow commands are still running: the run went on without them.
+        for (QString& line : received) {
+            if (line.contains(u"|QueueFinished|"_s) || line.contains(u"|ItemFailed|"_s)) {
+                const pid_t pid = pid_t(line.section(u'|', 0, 0).toInt());
+                QCOMPARE(::kill(pid, 0), 0);
+                ::kill(pid, SIGTERM);
+                line = line.section(u'|', 1);
+            }
+        }
+        QCOMPARE(received, alerts);
+    }
+};
+
+SPINLANE_GUI_TEST_MAIN(TestStatusBus)
+#include "tst_statusbus.moc"
