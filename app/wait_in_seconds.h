@@ -2,6 +2,8 @@
 
 #include <QtGlobal>
 
+#include <functional>
+
 namespace spinlane {
 
 // How long a wait or a poll lets the window handle its events before it looks at the clock or
@@ -13,5 +15,7 @@ inline constexpr int kEventWaitMs = 20;
 // seconds, so a wait of n seconds ends between n - 1 and n seconds after the call. A wait of 0 or
 // less returns at once without handling any event.
 void wait_in_seconds(qint16 seconds);
+// The same wait, which also ends as soon as `done` answers true.
+void wait_in_seconds(qint16 seconds, const std::function<bool()>& done);
 
 } // namespace spinlane

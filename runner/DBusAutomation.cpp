@@ -5,6 +5,8 @@
 
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
+#include <QEventLoop>
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +26,19 @@ QString errorText(const QDBusMessage& answer)
 RuntimeError withDetail(qint32 number, const QString& detail)
 {
     return RuntimeError(number, RuntimeError::standardDescription(number) + u"\r\n"_s + detail);
+}
+
+// Sends the call and waits for its answer at most timeoutMs. Meanwhile the window keeps painting
+// and timers run, but no user input is handled, so no handler starts in the middle of a call.
+QDBusMessage callAndWait(const QDBusConnection& bus, const QDBusMessage& message, int timeoutMs)
+{
+    QDBusPendingCallWatcher pending(bus.asyncCall(message, timeoutMs));
+    if (!pending.isFinished()) {
+        QEventLoop loop;
+        QObject::connect(&pending, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
+    return pending.reply();
 }
 
 QDBusMessage methodCall(const QString& destination, const QString& path, const QString& interface,
@@ -52,8 +67,8 @@ public:
     QDBusMessage call(const QString& method, const QVariantList& arguments = {}) const
     {
         const QDBusMessage answer =
-            m_bus.call(methodCall(m_owner, kLabObjectPath, m_interface, method, arguments),
-                       QDBus::Block, m_timeoutMs);
+            callAndWait(m_bus, methodCall(m_owner, kLabObjectPath, m_interface, method, arguments),
+                        m_timeoutMs);
         if (answer.type() != QDBusMessage::ReplyMessage)
             throw withDetail(RuntimeError::AutomationError, errorText(answer));
         return answer;
@@ -185,9 +200,9 @@ DBusAutomation::DBusAutomation(const QDBusConnection& bus, Timeouts timeouts)
 
 QString DBusAutomation::ownerOf(const QString& busName) const
 {
-    const QDBusMessage answer =
-        m_bus.call(methodCall(kBusDaemon, kBusDaemonPath, kBusDaemon, u"GetNameOwner"_s, {busName}),
-                   QDBus::Block, m_timeouts.callMs);
+    const QDBusMessage answer = callAndWait(
+        m_bus, methodCall(kBusDaemon, kBusDaemonPath, kBusDaemon, u"GetNameOwner"_s, {busName}),
+        m_timeouts.callMs);
     if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().size() != 1)
         return {};
     return answer.arguments().first().toString();
@@ -221,9 +236,10 @@ std::shared_ptr<AutomationObject> DBusAutomation::CreateObject(const QString& cl
     const QString busName = labBusName(className);
     QString owner = ownerOf(busName);
     if (owner.isEmpty()) {
-        const QDBusMessage started = m_bus.call(methodCall(kBusDaemon, kBusDaemonPath, kBusDaemon,
-                                                           u"StartServiceByName"_s, {busName, 0u}),
-                                                QDBus::Block, m_timeouts.startMs);
+        const QDBusMessage started = callAndWait(m_bus,
+                                                 methodCall(kBusDaemon, kBusDaemonPath, kBusDaemon,
+                                                            u"StartServiceByName"_s, {busName, 0u}),
+                                                 m_timeouts.startMs);
         if (started.type() != QDBusMessage::ReplyMessage)
             throw withDetail(RuntimeError::CannotCreateObject, errorText(started));
         owner = ownerOf(busName);
@@ -239,8 +255,8 @@ void DBusAutomation::sendWindowCommand(qint32 handle, const QString& method,
     const auto owner = m_windowOwners->constFind(handle);
     if (owner == m_windowOwners->cend())
         return;
-    m_bus.call(methodCall(*owner, kLabObjectPath, kLabWindowInterface, method, arguments),
-               QDBus::Block, m_timeouts.callMs);
+    callAndWait(m_bus, methodCall(*owner, kLabObjectPath, kLabWindowInterface, method, arguments),
+                m_timeouts.callMs);
 }
 
 void DBusAutomation::ShowWindow(qint32 handle, WindowCommand command)

@@ -8,10 +8,10 @@
 #include <memory>
 
 // The laboratory programs as processes on a D-Bus bus, found by the rule of runner/LabBus.h.
-// Every call waits for its answer at most callTimeoutMs: a program that has gone or stopped
-// answering, or that answers with a D-Bus error, raises the automation error, whose description
-// carries the D-Bus error. A link is bound to the process it was made with, so a program that was
-// restarted since is not reached through an old link.
+// Every call waits for its answer at most callTimeoutMs, the window painting meanwhile: a program
+// that has gone or stopped answering, or that answers with a D-Bus error, raises the automation
+// error, whose description carries the D-Bus error. A link is bound to the process it was made
+// with, so a program that was restarted since is not reached through an old link.
 namespace spinlane {
 
 class DBusAutomation : public AutomationBackend {

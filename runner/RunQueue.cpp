@@ -63,7 +63,7 @@ Outcome runWithSampleChanger(qint32 n, qint32& previousSample)
         Expedra& expedra = linked(gExpedra);
         if (expedra.GetLockRequired())
             expedra.ReleaseSample();
-        wait_in_seconds(2);
+        wait_in_seconds(2); // before the eject is sent: a stop does not shorten it
         EjectStep();
     }
     if (gStopRequested)

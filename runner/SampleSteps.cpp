@@ -20,11 +20,39 @@ namespace {
 template <typename Busy> bool pollUntilIdle(Busy&& busy)
 {
     while (busy()) {
-        seams().eventPump->waitForEvents(kEventWaitMs);
+        if (!gStopRequested)
+            seams().eventPump->waitForEvents(kEventWaitMs);
         if (gStopRequested)
             return false;
     }
     return true;
+}
+
+// A fixed wait after which the step only asks its program and leaves on a stop. A stop ends it
+// at once; the step then goes on exactly as when the wait runs out.
+void waitUnlessStopped(qint16 seconds)
+{
+    wait_in_seconds(seconds, [] { return gStopRequested; });
+}
+
+// A stopped load or eject goes on in the changer, which refuses another motion until it ends.
+// Waits until the changer is idle, saying so in the status bar; false on a stop.
+bool waitWhileChangerBusy(SampleChanger& changer)
+{
+    const QString waiting = u"Waiting for Sample Changer..."_s;
+    const QString shown = gStatusBar.text(StatusBar::OutputFilePanel);
+    bool said = false;
+    const bool idle = pollUntilIdle([&] {
+        if (!changer.IsLoading() && !changer.IsEjecting())
+            return false;
+        if (!said)
+            gStatusBar.setText(StatusBar::OutputFilePanel, waiting);
+        said = true;
+        return true;
+    });
+    if (gStatusBar.text(StatusBar::OutputFilePanel) == waiting) // unless a selection replaced it
+        gStatusBar.setText(StatusBar::OutputFilePanel, shown);
+    return idle;
 }
 
 // The solvent's position in the solvent list (elements 0 .. upper bound - 1), or -1.
@@ -42,8 +70,10 @@ qint32 solventIndex(const QString& solvent)
 void LoadStep(qint32 queueNum)
 {
     SampleChanger& changer = linked(gSampleChanger);
+    if (!waitWhileChangerBusy(changer))
+        return;
     changer.LoadSample(gQueue(queueNum).SampleNum);
-    wait_in_seconds(5);
+    waitUnlessStopped(5);
     if (!pollUntilIdle([&] { return changer.IsLoading(); }))
         return;
     if (changer.GetLoadFailed())
@@ -53,8 +83,10 @@ void LoadStep(qint32 queueNum)
 void EjectStep()
 {
     SampleChanger& changer = linked(gSampleChanger);
+    if (!waitWhileChangerBusy(changer))
+        return;
     changer.EjectSample();
-    wait_in_seconds(5);
+    waitUnlessStopped(5);
     if (!pollUntilIdle([&] { return changer.IsEjecting(); }))
         return;
     if (changer.GetEjectFailed())
@@ -69,9 +101,9 @@ void SpinStep(qint32 queueNum)
     const bool spin = expedra.GetSpinOn();
     const double target = expedra.GetSpinRate();
     changer.SetSpinRate(target);
-    wait_in_seconds(1);
+    wait_in_seconds(1); // between two commands: a stop does not shorten it
     changer.SetSpin(spin);
-    wait_in_seconds(10);
+    waitUnlessStopped(10);
     if (!spin) {
         gStatusBar.setText(StatusBar::SpinPanel, u"Spin off"_s);
         return;
@@ -94,12 +126,12 @@ void ExperimentStep(qint32 queueNum)
     Expedra& expedra = linked(gExpedra);
     SetUpExperiment(queueNum);
     expedra.RunExperiment();
-    wait_in_seconds(5);
+    waitUnlessStopped(5);
     if (!pollUntilIdle([&] { return expedra.IsExperimentRunning(); })) {
         expedra.AbortExperiment();
         return;
     }
-    wait_in_seconds(1);
+    waitUnlessStopped(1);
     if (expedra.GetRunFailed())
         gStepFailed = true;
 }

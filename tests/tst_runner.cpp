@@ -202,7 +202,7 @@ private Q_SLOTS:
                      u"Expedra.SetOutputFile(/data/3.kvd)"_s}));
     }
 
-    void stepsWaitAndPoll()
+    void stepsPollAndWaitWhileTheChangerIsBusy()
     {
         linkPrograms(2);
         addItem(12, 0);
@@ -212,19 +212,56 @@ private Q_SLOTS:
         // The busy flag drops 20 s after the load; it is seen within 50 ms.
         const qint64 seen = kStart.msecsTo(log().timeOf(u"Changer.GetLoadFailed()"_s));
         QVERIFY2(seen >= 20000 && seen <= 20050, qPrintable(QString::number(seen)));
-        QCOMPARE(log().timeOf(u"Changer.IsLoading()"_s), kStart.addSecs(5));
+        QCOMPARE(log().times.at(log().calls.indexOf(u"Changer.LoadSample(12)"_s) + 1),
+                 kStart.addSecs(5));
         // Between polls the step waits for events in short bounded steps.
         QVERIFY(time().waits >= 20000 / 20);
 
-        gStepFailed = false;
+        // A stop while a step polls is seen within 50 ms. The stopped load goes on in the changer,
+        // so an eject first waits while the changer moves, saying so; a stop ends that wait too.
+        gStatusBar.setText(StatusBar::OutputFilePanel, u"/data/1.kvd"_s);
         const QDateTime started = time().now();
-        time().afterMs(30000, RequestStop);
+        time().at(started.addSecs(7), RequestStop);
+        LoadStep(1); // the load goes on for 20 s
+        QVERIFY(started.addSecs(7).msecsTo(time().now()) <= 50);
+        gStopRequested = false;
+        QString shown;
+        time().at(started.addSecs(12), [&shown] {
+            shown = gStatusBar.text(StatusBar::OutputFilePanel);
+            RequestStop();
+        });
+        EjectStep();
+        QCOMPARE(shown, u"Waiting for Sample Changer..."_s);
+        QVERIFY(started.addSecs(12).msecsTo(time().now()) <= 50);
+        gStopRequested = false;
+        EjectStep();
+        QCOMPARE(started.secsTo(log().timeOf(u"Changer.EjectSample()"_s)), 20);
+        QCOMPARE(gStatusBar.text(StatusBar::OutputFilePanel), u"/data/1.kvd"_s);
+    }
+
+    // A stop ends at once a fixed wait after which a step only asks its program and returns; the
+    // calls stay those of a wait that ran out. A wait between two commands keeps its length.
+    void stopEndsTheFixedWaitsBeforeAQuestion()
+    {
+        linkPrograms(2);
+        addItem(4, 2);
+        time().afterMs(2000, RequestStop); // in the 5 s after the experiment starts
         ExperimentStep(1);
-        QCOMPARE(log().calls.count(u"Expedra.AbortExperiment()"_s), 1);
-        const qint64 stopped = started.msecsTo(log().timeOf(u"Expedra.AbortExperiment()"_s));
-        QVERIFY2(stopped >= 30000 && stopped <= 30050, qPrintable(QString::number(stopped)));
-        QVERIFY(!log().calls.contains(u"Expedra.GetRunFailed()"_s));
-        QCOMPARE(gRunControls.startQueueCaption(), kContinueCaption);
+        QCOMPARE(log().calls.mid(log().calls.indexOf(u"Expedra.RunExperiment()"_s)),
+                 (QStringList{u"Expedra.RunExperiment()"_s, u"Expedra.IsExperimentRunning()"_s,
+                              u"Expedra.AbortExperiment()"_s}));
+        QVERIFY(kStart.addSecs(2).msecsTo(log().times.last()) <= 50);
+
+        // Spin: a stop in the second between rate and spin waits it out; the 10 s after it end.
+        gStopRequested = false;
+        log().clear();
+        time().setNow(kStart);
+        time().afterMs(500, RequestStop);
+        SpinStep(1);
+        QCOMPARE(log().calls.mid(3),
+                 (QStringList{u"Changer.SetSpinRate(20)"_s, u"Changer.SetSpin(True)"_s,
+                              u"Changer.GetActualSpinRate()"_s}));
+        QCOMPARE(log().times.mid(3), (QList{kStart, kStart.addSecs(1), kStart.addSecs(1)}));
     }
 
     void spinSettles()
@@ -368,9 +405,12 @@ private Q_SLOTS:
         addItem(4, 2);
         m_lab->expedra->experimentSeconds = 10;
         // Prepare 12 s, load 20 s, spin 11 s, experiment 11 s, 2 s before the eject: the
-        // eject runs from 56 s to 66 s.
-        time().at(kStart.addSecs(64), RequestStop);
+        // eject runs from 56 s to 66 s. A stop in those 2 s does not hurry the eject.
+        time().at(kStart.addSecs(55), RequestStop);
         RunQueue();
+        QCOMPARE(
+            log().times.at(log().calls.lastIndexOf(u"Changer.EjectSample()"_s)),
+            log().times.at(log().calls.lastIndexOf(u"Expedra.GetLockRequired()"_s)).addSecs(2));
         QCOMPARE(statuses(), QStringList{u"Done"_s});
         QCOMPARE(logLines().mid(2, 2), (QStringList{u"001\tSN1\t4\tSample 1\tCOSY\tann\tDone\tT"_s,
                                                     u"[Stop Spinlane at T by ann]"_s}));
