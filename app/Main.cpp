@@ -1,11 +1,14 @@
 #include "app/Main.h"
 
+#include "app/RecoveryJournal.h"
 #include "app/Seams.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "app/ShutdownSignals.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/desktop/DesktopSeams.h"
+#include "app/wait_in_seconds.h"
 #include "queue/QueueEditing.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
@@ -24,6 +27,7 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QPushButton>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -41,12 +45,15 @@ void Main(const QStringList& arguments)
     gProgramDrive = QCoreApplication::applicationDirPath().left(1);
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
     LoadSettings();
+    if (gRestoredQueueTime.isValid())
+        WriteRestoredLine(gRestoredQueueTime);
     ConnectPrograms();
     RefreshExperimentTitles();
     RefreshSolvents();
     frmSpinlane& form = LoadMainForm();
     form.show();
     InitMainWindow(form);
+    gRecoveryJournal.start();
     gStarting = false;
 }
 
@@ -75,6 +82,32 @@ void InitMainWindow(frmSpinlane& form)
     form.cmdStartQueue->setEnabled(true);
 }
 
+namespace {
+
+void closeAfterRun()
+{
+    guarded([] {
+        frmSpinlane* form = MainForm();
+        if (!form || gStarting)
+            EndProgram();
+        if (RunInProgress()) {
+            if (gRunControls.startQueueCaption() == kStopCaption)
+                RequestStop();
+            QTimer::singleShot(kEventWaitMs, form, closeAfterRun);
+            return;
+        }
+        form->close();
+    });
+}
+
+} // namespace
+
+void CloseOnShutdownSignals()
+{
+    auto* shutdown = new ShutdownSignals(QCoreApplication::instance());
+    QObject::connect(shutdown, &ShutdownSignals::received, shutdown, closeAfterRun);
+}
+
 void resetProgramState()
 {
     DeleteMainForm();
@@ -83,6 +116,7 @@ void resetProgramState()
     releaseInstanceLock();
     resetStartupState();
     resetSettingsState();
+    resetRecoveryState();
     resetQueueState();
     resetEditingState();
     resetProgramLinks();

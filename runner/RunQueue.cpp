@@ -11,6 +11,8 @@
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 
+#include <QScopeGuard>
+
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -20,6 +22,8 @@ bool gStepFailed = false;
 bool gSameSample = false;
 
 namespace {
+
+int gRunDepth = 0; // how many RunQueue calls are on the stack
 
 enum class Outcome { Done, Failed, Stopped, DoneThenStop, Fatal };
 
@@ -139,8 +143,12 @@ qint32 FindQueueRow(qint32 queueNum)
     throw RuntimeError(RuntimeError::ObjectNotSet);
 }
 
+bool RunInProgress() { return gRunDepth > 0; }
+
 void RunQueue()
 {
+    ++gRunDepth;
+    const auto returned = qScopeGuard([] { --gRunDepth; });
     if (gLogOn) {
         WriteStartBanner();
         WriteLogHeader();
