@@ -58,16 +58,13 @@ int runProgram(int argc, char** argv)
     QApplication app(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     const QString iniPath = QString::fromLocal8Bit(argv[2]);
-    ScriptedMessageBoxes boxes;
-    boxes.queueAnswer(MsgAnswer::Ok);
-    ScriptedFileDialogs dialogs;
-    dialogs.queueChoice(iniPath);
-    MemorySettingsStore store;
+    ScriptedSeams scripted; // answers the start-up questions; the clock and pump are real
+    scripted.messageBoxes.queueAnswer(MsgAnswer::Ok);
+    scripted.fileDialogs.queueChoice(iniPath);
     ScaledClock clock(20);
     QtEventPump pump;
     ProcessExit end;
-    RecordingDesktopPrograms desktop;
-    installSeams({&boxes, &dialogs, &store, &clock, &pump, &end, &desktop});
+    installSeams({nullptr, nullptr, nullptr, &clock, &pump, &end});
     DBusAutomation automation(QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000});
     installAutomation(&automation);
     setInstanceLockPath(iniPath + u".lock"_s);
