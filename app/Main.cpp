@@ -1,11 +1,14 @@
 #include "app/Main.h"
 
+#include "app/RecoveryJournal.h"
 #include "app/Seams.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "app/ShutdownSignals.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
 #include "app/desktop/DesktopSeams.h"
+#include "app/wait_in_seconds.h"
 #include "queue/QueueEditing.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
@@ -25,6 +28,7 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QPushButton>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -40,12 +44,15 @@ void Main(const QStringList& arguments)
     gShowWindow = !arguments.join(u' ').contains(u"nowindow"_s, Qt::CaseInsensitive);
     LoadSettings(); // also refuses a copy that another one's settings-file lock keeps out
     PublishOnBus();
+    if (gRestoredQueueTime.isValid())
+        WriteRestoredLine(gRestoredQueueTime);
     ConnectPrograms();
     RefreshExperimentTitles();
     RefreshSolvents();
     frmSpinlane& form = LoadMainForm();
     form.show();
     InitMainWindow(form);
+    gRecoveryJournal.start();
     gStarting = false;
 }
 
@@ -74,6 +81,32 @@ void InitMainWindow(frmSpinlane& form)
     form.cmdStartQueue->setEnabled(true);
 }
 
+namespace {
+
+void closeAfterRun()
+{
+    guarded([] {
+        frmSpinlane* form = MainForm();
+        if (!form || gStarting)
+            EndProgram();
+        if (RunInProgress()) {
+            if (gRunControls.startQueueCaption() == kStopCaption)
+                RequestStop();
+            QTimer::singleShot(kEventWaitMs, form, closeAfterRun);
+            return;
+        }
+        form->close();
+    });
+}
+
+} // namespace
+
+void CloseOnShutdownSignals()
+{
+    auto* shutdown = new ShutdownSignals(QCoreApplication::instance());
+    QObject::connect(shutdown, &ShutdownSignals::received, shutdown, closeAfterRun);
+}
+
 void resetProgramState()
 {
     WithdrawFromBus();
@@ -83,6 +116,7 @@ void resetProgramState()
     releaseInstanceLock();
     resetStartupState();
     resetSettingsState();
+    resetRecoveryState();
     resetQueueState();
     resetEditingState();
     resetProgramLinks();

@@ -19,6 +19,12 @@ void Main(const QStringList& arguments);
 // until it is ready; the run button is enabled last.
 void InitMainWindow(frmSpinlane& form);
 
+// From now on SIGTERM, SIGHUP and SIGINT (a logout, a system shutdown, Ctrl+C in a terminal)
+// close the main window as File/Exit does, so the settings file is written: a running queue is
+// stopped first, and the window closes once the run has returned. Before the main window is up,
+// there is nothing to save and the program ends at once.
+void CloseOnShutdownSignals();
+
 // Back to the state before Main: every shared variable, the main window, the log and the lock.
 void resetProgramState();
 

@@ -1,8 +1,9 @@
 #include "app/ProfileFile.h"
 
+#include "app/AtomicFile.h"
+
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QVarLengthArray>
 
 #include <algorithm>
@@ -543,21 +544,9 @@ QByteArray ProfileDocument::toBytes() const
 
 bool ProfileDocument::isModified() const { return m_modified; }
 
-bool ProfileDocument::save(const QString& path) const
+bool ProfileDocument::save(const QString& path, QString* reason) const
 {
-    const QFileInfo info(path);
-    if (info.exists() && (!info.isFile() || !info.isWritable()))
-        return false;
-    const QByteArray bytes = toBytes();
-    QSaveFile file(path);
-    file.setDirectWriteFallback(false);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    if (file.write(bytes) != bytes.size()) {
-        file.cancelWriting();
-        return false;
-    }
-    return file.commit();
+    return writeFileAtomically(path, toBytes(), reason);
 }
 
 namespace ProfileFile {

@@ -53,9 +53,9 @@ public:
     // True once a write or clear has changed the document since it was parsed.
     bool isModified() const;
     // Writes the whole document to a temporary file beside `path` and renames it over `path`.
-    // Returns false, leaving any existing file as it was, when that cannot be done (a read-only
-    // file or folder, a full disk).
-    bool save(const QString& path) const;
+    // Returns false, leaving any existing file byte for byte as it was, when that cannot be done
+    // (a read-only file or folder, a full disk); `reason` then says why.
+    bool save(const QString& path, QString* reason = nullptr) const;
 
 private:
     struct Line;

@@ -1,5 +1,6 @@
 #include "app/RuntimeError.h"
 
+#include "app/RecoveryJournal.h"
 #include "app/Seams.h"
 
 using namespace Qt::StringLiterals;
@@ -48,6 +49,8 @@ QString runtimeErrorText(const RuntimeError& error)
 
 void reportRuntimeError(const RuntimeError& error)
 {
+    // The journal keeps what it last wrote: the state after a failed step may be half changed.
+    gRecoveryJournal.stop();
     msgBox(runtimeErrorText(error), MsgButtons::Ok, MsgIcon::Critical);
     EndProgram(1);
 }

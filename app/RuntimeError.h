@@ -52,7 +52,7 @@ struct ProgramEnded { };
 QString runtimeErrorText(const RuntimeError& error);
 
 // Shows the error box (critical icon, OK, the program's title) and ends the program at once,
-// without saving, with exit status 1.
+// without saving, with exit status 1; the recovery journal stays as it was last written.
 [[noreturn]] void reportRuntimeError(const RuntimeError& error);
 
 // Wraps every event handler and main: no exception ever unwinds into Qt's own frames.

@@ -1,7 +1,9 @@
 #include "app/Settings.h"
 
+#include "app/AtomicFile.h"
 #include "app/Conversions.h"
 #include "app/ProfileFile.h"
+#include "app/RecoveryJournal.h"
 #include "app/RuntimeError.h"
 #include "app/Seams.h"
 #include "app/SettingsFile.h"
@@ -11,7 +13,6 @@
 #include "queue/QueueStore.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane::settings;
@@ -49,10 +50,26 @@ void backUpSettingsFile()
     QFile source(gIniPath);
     if (!source.open(QIODevice::ReadOnly))
         throw RuntimeError(RuntimeError::FileNotFound);
-    QSaveFile backup(backupPath);
-    if (!backup.open(QIODevice::WriteOnly) || backup.write(source.readAll()) < 0
-        || !backup.commit())
+    if (!writeFileAtomically(backupPath, source.readAll()))
         throw RuntimeError(RuntimeError::PathFileAccessError);
+}
+
+// Every setting but the version and the password, and the queue.
+void readState(const ProfileDocument& file)
+{
+    gAlwaysOnTop = toBoolean(readText(file, kGeneral, kAlwaysOnTop, u"True"_s));
+    gExpQueueOnly = toBoolean(readText(file, kGeneral, kExpQueueOnly, u"False"_s));
+    gSampleControl = toInt16(readNumber(file, kGeneral, kSampleControl, u"1"_s));
+    gQueueLayout = toInt16(readNumber(file, kGeneral, kQueueLayout, u"1"_s));
+    gCurrentQueueNum = toInt32(readNumber(file, kGeneral, kCurrentQueueNum, u"0"_s));
+    gTotalQueueItems = readTotalQueueItems(file);
+    gLogFile = readText(file, kGeneral, kLogFile, {});
+
+    if (gTotalQueueItems >= 1) {
+        gQueue.redim(gTotalQueueItems);
+        for (qint32 i = 1; i <= gTotalQueueItems; ++i)
+            gQueue(i) = readQueueItem(file, i);
+    }
 }
 
 } // namespace
@@ -90,20 +107,47 @@ void LoadSettings()
                == MsgAnswer::No)
         EndProgram();
 
-    gAlwaysOnTop = toBoolean(readText(file, kGeneral, kAlwaysOnTop, u"True"_s));
-    gExpQueueOnly = toBoolean(readText(file, kGeneral, kExpQueueOnly, u"False"_s));
     gAdminPassword = readText(file, kGeneral, kPassword, {});
-    gSampleControl = toInt16(readNumber(file, kGeneral, kSampleControl, u"1"_s));
-    gQueueLayout = toInt16(readNumber(file, kGeneral, kQueueLayout, u"1"_s));
-    gCurrentQueueNum = toInt32(readNumber(file, kGeneral, kCurrentQueueNum, u"0"_s));
-    gTotalQueueItems = readTotalQueueItems(file);
-    gLogFile = readText(file, kGeneral, kLogFile, {});
 
-    if (gTotalQueueItems >= 1) {
-        gQueue.redim(gTotalQueueItems);
-        for (qint32 i = 1; i <= gTotalQueueItems; ++i)
-            gQueue(i) = readQueueItem(file, i);
+    // After a crash the session's queue and preferences may come from the recovery journal; the
+    // version and the password stay the settings file's own. A journal is offered only when all
+    // of it reads without a conversion error.
+    const QueueArray queueBefore = gQueue;
+    const auto readsCleanly = [](const ProfileDocument& journal) {
+        try {
+            readState(journal);
+            return true;
+        } catch (const RuntimeError&) {
+            return false;
+        }
+    };
+    if (const std::optional<ProfileDocument> journal = OfferRecovery(readsCleanly)) {
+        readState(*journal);
+        for (qint32 i = 1; i <= gQueue.upperBound(); ++i) {
+            if (gQueue(i).Status == u"In progress"_s)
+                gQueue(i).Status = u"Stopped"_s;
+        }
+        return;
     }
+    gQueue = queueBefore;
+    readState(file);
+}
+
+ProfileDocument settingsDocument()
+{
+    ProfileDocument file = ProfileDocument::load(gIniPath);
+    file.writeString(kGeneral, kVersionNumber, gExeVersion);
+    file.writeString(kGeneral, kAlwaysOnTop, booleanText(gAlwaysOnTop));
+    file.writeString(kGeneral, kExpQueueOnly, booleanText(gExpQueueOnly));
+    file.writeString(kGeneral, kSampleControl, QString::number(gSampleControl));
+    file.writeString(kGeneral, kQueueLayout, QString::number(gQueueLayout));
+    file.writeString(kGeneral, kCurrentQueueNum, QString::number(gCurrentQueueNum));
+    const qint32 total = gQueueList.count();
+    file.writeString(kGeneral, kTotalQueueItems, QString::number(total));
+    file.writeString(kGeneral, kLogFile, gLogFile);
+    for (qint32 i = 1; i <= total; ++i)
+        writeQueueItem(file, i, gQueue(i));
+    return file;
 }
 
 void SaveSettings(const std::optional<WindowPosition>& mainWindow)
@@ -124,22 +168,19 @@ void SaveSettings(const std::optional<WindowPosition>& mainWindow)
                == MsgAnswer::No)
         backUpSettingsFile();
 
-    ProfileDocument file = ProfileDocument::load(gIniPath);
-    file.writeString(kGeneral, kVersionNumber, gExeVersion);
-    file.writeString(kGeneral, kAlwaysOnTop, booleanText(gAlwaysOnTop));
-    file.writeString(kGeneral, kExpQueueOnly, booleanText(gExpQueueOnly));
-    file.writeString(kGeneral, kSampleControl, QString::number(gSampleControl));
-    file.writeString(kGeneral, kQueueLayout, QString::number(gQueueLayout));
-    file.writeString(kGeneral, kCurrentQueueNum, QString::number(gCurrentQueueNum));
     gTotalQueueItems = gQueueList.count();
-    file.writeString(kGeneral, kTotalQueueItems, QString::number(gTotalQueueItems));
-    file.writeString(kGeneral, kLogFile, gLogFile);
-    for (qint32 i = 1; i <= gTotalQueueItems; ++i)
-        writeQueueItem(file, i, gQueue(i));
-
-    // A file that cannot be written keeps its old content; nothing is reported.
-    if (file.isModified())
-        file.save(gIniPath);
+    const ProfileDocument file = settingsDocument();
+    QString reason;
+    if (file.isModified() && !file.save(gIniPath, &reason)) {
+        // The file keeps its old content; the journal keeps the session for the next start.
+        gRecoveryJournal.flush();
+        gRecoveryJournal.stop();
+        msgBox(u"Spinlane could not save the settings file "_s + gIniPath + u":\r\n"_s + reason
+                   + u"\r\nThe queue will be offered for restoring at the next start."_s,
+               MsgButtons::Ok, MsgIcon::Exclamation);
+        return;
+    }
+    RemoveRecoveryJournal();
 }
 
 void resetSettingsState()

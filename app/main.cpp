@@ -26,6 +26,7 @@ int main(int argc, char* argv[])
                   &desktopPrograms});
     installLaboratoryBackend();
 
+    CloseOnShutdownSignals();
     bool started = false;
     guarded([&] {
         Main(QApplication::arguments().mid(1));

@@ -4,6 +4,7 @@
 #include "app/RuntimeError.h"
 #include "app/Seams.h"
 #include "app/Session.h"
+#include "app/Settings.h"
 #include "queue/QueueStore.h"
 
 #include <QFile>
@@ -81,6 +82,17 @@ void WriteStopBanner()
 void WriteFatalBanner()
 {
     writeBanner(u"[Fatal error (ejecting failed)! Quit Spinlane at "_s + now() + u']', '!', 61);
+}
+
+void WriteRestoredLine(const QDateTime& savedAt)
+{
+    QFile file(gLogFile);
+    if (gLogFile.isEmpty() || !file.exists()
+        || !file.open(QIODevice::WriteOnly | QIODevice::Append))
+        return;
+    file.write((u"[Restore Spinlane at "_s + now() + u": the queue as it was at "_s
+                + generalDate(savedAt) + u"]\r\n"_s)
+                   .toLocal8Bit());
 }
 
 } // namespace spinlane

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDateTime>
 #include <QString>
 
 // The run log: a plain-text record of every run, one line per item run, for people and tools.
@@ -21,5 +22,10 @@ void WriteItemLogLine(const QString& rowText, qint32 queueNum);
 void WriteDoneBanner(); // then 65 "$" and an empty line
 void WriteStopBanner(); // then 57 "*" and an empty line
 void WriteFatalBanner(); // then 61 "!" and an empty line
+
+// At start-up, after the queue was restored from the recovery journal, appends
+// "[Restore Spinlane at <time>: the queue as it was at <time>]" to the log file the settings
+// name, when that file exists. The log is not open then; a file that cannot be written is left.
+void WriteRestoredLine(const QDateTime& savedAt);
 
 } // namespace spinlane

@@ -11,6 +11,8 @@
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 
+#include <QScopeGuard>
+
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -144,6 +146,8 @@ qint32 FindQueueRow(qint32 queueNum)
     }
     throw RuntimeError(RuntimeError::ObjectNotSet);
 }
+
+bool RunInProgress() { return gRunControls.runUnderWay(); }
 
 void RunQueue()
 {

@@ -13,6 +13,8 @@ extern bool gStepFailed; // set by a step whose program reports failure; cleared
 extern bool gSameSample; // the item's sample is already in the magnet
 
 void RunQueue();
+// RunQueue is under way; a handler that runs inside its waits sees true.
+bool RunInProgress();
 // Stop: the run goes on until the running step notices the flag.
 void RequestStop();
 // Takes up the stopped item again.

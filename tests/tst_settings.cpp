@@ -392,12 +392,17 @@ private Q_SLOTS:
         SaveSettings(std::nullopt);
         QVERIFY(!QFile::exists(backup));
         QVERIFY(readFile(m_iniPath).contains("Version Number=2.0.5"));
-        // A back-up that cannot be made is a run-time error; the file is not overwritten.
+        // A back-up that fails part way (a full disk) is a run-time error; the earlier back-up and
+        // the file keep their bytes.
         renewSeams();
         writeFile(m_iniPath, old);
-        QDir().mkpath(backup); // a folder in the way of the copy
+        writeFile(backup, "an older back-up");
         seams().messageBoxes.queueAnswer(MsgAnswer::No);
-        guarded([] { SaveSettings(std::nullopt); });
+        {
+            const FileSizeLimit diskFull(8);
+            guarded([] { SaveSettings(std::nullopt); });
+        }
+        QCOMPARE(readFile(backup), QByteArray("an older back-up"));
         QCOMPARE(seams().messageBoxes.shown.last(),
                  box(u"Run-time error '75':\r\n\r\nPath/File access error"_s, MsgButtons::Ok,
                      MsgIcon::Critical));

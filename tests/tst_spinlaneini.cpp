@@ -1,9 +1,14 @@
+#include <QDir>
 #include <QFile>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include "support/SettingsFiles.h"
+
+#include <sys/resource.h>
+
+#include <csignal>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane::testing;
@@ -16,9 +21,15 @@ struct Result {
     QString err;
 };
 
-Result run(const QStringList& arguments)
+// `fileSizeLimit`: the tool's writes fail beyond that many bytes, as on a full disk.
+Result run(const QStringList& arguments, rlim_t fileSizeLimit = RLIM_INFINITY)
 {
     QProcess tool;
+    tool.setChildProcessModifier([fileSizeLimit] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{fileSizeLimit, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    });
     tool.start(QStringLiteral(SPINLANE_INI), arguments);
     if (!tool.waitForFinished(10000))
         return {};
@@ -102,6 +113,15 @@ private Q_SLOTS:
         const Result overflow = run({u"queue"_s, m_path});
         QCOMPARE(overflow.exitCode, 1);
         QCOMPARE(overflow.err, u"spinlane-ini: Run-time error '6': Overflow\n"_s);
+
+        // A write that stops part way, as on a full disk, leaves the file and no temporary one.
+        const QByteArray before = readFile(m_path);
+        const Result full =
+            run({u"set"_s, m_path, u"Item 2"_s, u"Sample Des"_s, QString(600, u'x')}, 450);
+        QCOMPARE(full.err, u"spinlane-ini: cannot write "_s + m_path + u": File too large\n"_s);
+        QCOMPARE(full.exitCode, 1);
+        QCOMPARE(readFile(m_path), before);
+        QCOMPARE(QDir(m_dir.path()).entryList(QDir::Files), QStringList{u"Spinlane.INI"_s});
     }
 };
 

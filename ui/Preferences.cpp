@@ -3,6 +3,7 @@
 #include "ui/frmSpinlane.h"
 
 #include "app/Conversions.h"
+#include "app/RecoveryJournal.h"
 #include "app/RuntimeError.h"
 #include "app/Seams.h"
 #include "app/Settings.h"
@@ -73,6 +74,7 @@ void frmSpinlane::mnuPrefs_Click(int index)
             break;
         default: break;
         }
+        SettingsChanged();
     });
 }
 

@@ -1,6 +1,7 @@
 #include "ui/frmSpinlane.h"
 
 #include "app/Conversions.h"
+#include "app/RecoveryJournal.h"
 #include "app/RuntimeError.h"
 #include "app/Seams.h"
 #include "app/Settings.h"
@@ -577,6 +578,7 @@ void frmSpinlane::mnuQueueLayout_Click(int index)
         gQueueLayout = qint16(index / 10);
         menuItem(u"mnuQueueLayout"_s, 10)->setChecked(index == 10);
         menuItem(u"mnuQueueLayout"_s, 20)->setChecked(index == 20);
+        SettingsChanged();
     });
 }
 

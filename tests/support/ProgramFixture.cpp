@@ -25,15 +25,17 @@ frmSpinlane* ProgramFixture::start(const QByteArray& settings, const QStringList
     return restart(arguments);
 }
 
-frmSpinlane* ProgramFixture::restart(const QStringList& arguments)
+frmSpinlane* ProgramFixture::restart(const QStringList& arguments, const QList<MsgAnswer>& answers)
 {
     resetProgramState();
     form = nullptr;
     seams.messageBoxes.queueAnswer(MsgAnswer::Ok);
+    for (MsgAnswer answer : answers)
+        seams.messageBoxes.queueAnswer(answer);
     seams.fileDialogs.queueChoice(iniPath());
     if (endsProgram([&] { Main(arguments); }))
         return nullptr;
-    seams.messageBoxes.shown.clear();
+    startBoxes = std::exchange(seams.messageBoxes.shown, {});
     seams.fileDialogs.opened.clear();
     form = MainForm();
     return form;

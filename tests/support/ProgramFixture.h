@@ -55,13 +55,15 @@ public:
     // Writes the settings file, answers "Please locate" with the file and runs Main. Returns the
     // main window, or nullptr when start-up ended the program. The boxes of the start are cleared.
     frmSpinlane* start(const QByteArray& settings, const QStringList& arguments = {});
-    // Starts the program again on the settings file as the last run left it.
-    frmSpinlane* restart(const QStringList& arguments = {});
+    // Starts the program again on the settings file as the last run left it; `answers` go to
+    // the questions after the locate message. The boxes of the start are kept in startBoxes.
+    frmSpinlane* restart(const QStringList& arguments = {}, const QList<MsgAnswer>& answers = {});
     // Types the user ID and presses Enter.
     void logIn(const QString& userID, const QString& password = {});
 
     ScriptedSeams seams;
     FakeLab lab;
+    QList<MessageBoxRequest> startBoxes;
     frmSpinlane* form = nullptr;
 
 private:

@@ -26,6 +26,18 @@ QByteArray settingsFile(const QList<QueueEntry>& items,
                         const QList<std::pair<QString, QString>>& general = {});
 
 void writeFile(const QString& path, const QByteArray& bytes);
+
+// While it lives, this process's file writes fail beyond `bytes`, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(quint64 bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    quint64 m_saved = 0;
+};
 QByteArray readFile(const QString& path);
 
 } // namespace spinlane::testing

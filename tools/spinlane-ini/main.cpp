@@ -39,8 +39,9 @@ int fail(const QString& message)
 
 int save(const ProfileDocument& file, const QString& path)
 {
-    if (file.isModified() && !file.save(path))
-        return fail(u"cannot write "_s + path);
+    QString reason;
+    if (file.isModified() && !file.save(path, &reason))
+        return fail(u"cannot write "_s + path + u": "_s + reason);
     return Success;
 }
 
