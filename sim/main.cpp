@@ -2,6 +2,7 @@
 // tubelink. It takes its bus name, shows its window and serves until it is told to quit or the
 // bus goes away. The bus starts it through the .service files the build generates.
 
+#include "app/CommandLine.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
 #include "sim/ChangerWindow.h"
@@ -56,6 +57,11 @@ Program makeProgram(const QString& role, const SimSettings& settings)
 
 int main(int argc, char* argv[])
 {
+    if (const auto answered = answerHelpOrVersion(
+            argc, argv, u"spinlane-labsim"_s,
+            u"usage: spinlane-labsim console|expedra|changer|tubelink\n"
+            "One simulated laboratory program; spinlane-simulated-lab has the bus start it.\n"_s))
+        return *answered;
     QApplication app(argc, argv);
     const QString role = app.arguments().value(1);
     const SimSettings settings = SimSettings::load(qEnvironmentVariable("SPINLANE_SIM_SETTINGS"));

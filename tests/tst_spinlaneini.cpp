@@ -95,6 +95,20 @@ private Q_SLOTS:
                  u"002  00000     0            Caffeine in D2O  0                    Idle\n"_s);
     }
 
+    void helpAndVersionOnlyInFrontOfTheArguments()
+    {
+        const Result version = run({u"--version"_s});
+        QCOMPARE(version.exitCode, 0);
+        QCOMPARE(version.out, u"spinlane-ini " SPINLANE_VERSION "\n"_s);
+        const Result help = run({u"-h"_s, u"queue"_s});
+        QCOMPARE(help.exitCode, 0);
+        QVERIFY(help.out.startsWith(u"usage: spinlane-ini get FILE SECTION KEY [DEFAULT]"_s));
+        // Behind the command they are values like any other; an unknown option is a mistake.
+        QCOMPARE(run({u"set"_s, m_path, u"General"_s, u"Password"_s, u"--help"_s}).exitCode, 0);
+        QCOMPARE(run({u"get"_s, m_path, u"General"_s, u"Password"_s}).out, u"--help\n"_s);
+        QCOMPARE(run({u"--frobnicate"_s, u"--version"_s}).exitCode, 2);
+    }
+
     void mistakesAreReported()
     {
         const Result usage = run({u"get"_s, m_path});

@@ -1,6 +1,7 @@
 // spinlane-ini: reads and changes Spinlane's settings file from scripts, with the same engine
 // and the same reading rule as the program, so the two never disagree about the file.
 
+#include "app/CommandLine.h"
 #include "app/Conversions.h"
 #include "app/ProfileFile.h"
 #include "app/RuntimeError.h"
@@ -23,6 +24,7 @@ const char kUsage[] = "usage: spinlane-ini get FILE SECTION KEY [DEFAULT]\n"
                       "       spinlane-ini set FILE SECTION KEY VALUE\n"
                       "       spinlane-ini clear FILE SECTION\n"
                       "       spinlane-ini queue FILE\n"
+                      "       spinlane-ini --help | --version\n"
                       "\n"
                       "get    prints one value as Spinlane reads it (trimmed, at most 254 "
                       "characters;\n"
@@ -96,6 +98,9 @@ int run(const QStringList& args)
 
 int main(int argc, char* argv[])
 {
+    if (const auto answered =
+            answerHelpOrVersion(argc, argv, u"spinlane-ini"_s, QString::fromUtf8(kUsage)))
+        return *answered;
     QCoreApplication app(argc, argv);
     try {
         return run(QCoreApplication::arguments().mid(1));

@@ -1,6 +1,7 @@
 // spinlane-status: the live status of the Spinlane that runs on this session bus, for a terminal
 // or a watchdog script.
 
+#include "app/CommandLine.h"
 #include "app/TextTable.h"
 #include "status/StatusBus.h"
 #include "tools/Console.h"
@@ -27,7 +28,8 @@ const char kUsage[] = "usage: spinlane-status [--queue | --watch]\n"
                       "(none)   the run state and the current item\n"
                       "--queue  the whole queue as a table\n"
                       "--watch  the run state, then one line for each change as it happens,\n"
-                      "         until Spinlane ends\n";
+                      "         until Spinlane ends\n"
+                      "--help | --version\n";
 
 constexpr int kCallTimeoutMs = 5000;
 
@@ -158,6 +160,9 @@ int run(const QStringList& args)
 
 int main(int argc, char* argv[])
 {
+    if (const std::optional<int> answered =
+            answerHelpOrVersion(argc, argv, u"spinlane-status"_s, QString::fromUtf8(kUsage)))
+        return *answered;
     QCoreApplication app(argc, argv);
     try {
         return run(QCoreApplication::arguments().mid(1));
