@@ -11,6 +11,8 @@
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -139,6 +141,30 @@ qint32 FindQueueRow(qint32 queueNum)
     throw RuntimeError(RuntimeError::ObjectNotSet);
 }
 
+void ClickStartQueue()
+{
+    const QString caption = gRunControls.startQueueCaption();
+    if (caption == kStopCaption) {
+        RequestStop();
+        return;
+    }
+    if (gQueueList.count() == 0)
+        return;
+    if (caption == kStartCaption) {
+        for (qint32 row = 1; row <= gQueueList.count(); ++row)
+            gQueueList.setBold(row, false);
+        gStatusBar.resetProgressValue();
+        RunQueue();
+    } else if (caption == kContinueCaption) {
+        ContinueQueue();
+    } else if (caption == kRunAgainCaption) {
+        gCurrentQueueNum = 0;
+        gStatusBar.resetProgressValue();
+        gRunControls.setStartQueueToolTip({});
+        RunQueue();
+    }
+}
+
 void RunQueue()
 {
     if (gLogOn) {
@@ -180,7 +206,7 @@ void RequestStop()
 
 void ContinueQueue()
 {
-    --gCurrentQueueNum;
+    gCurrentQueueNum = std::max(gCurrentQueueNum - 1, 0);
     RunQueue();
 }
 
