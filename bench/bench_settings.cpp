@@ -1,7 +1,8 @@
-// Times the whole-queue operations: loading and saving a 999-item settings file and rebuilding
-// the queue from a 999-row list. Prints medians over repeated runs.
+// Times the whole-queue operations: loading and saving a 999-item settings file, parsing a file
+// of 100000 sections and rebuilding the queue from a 999-row list. Prints medians over runs.
 
 #include "app/Conversions.h"
+#include "app/ProfileFile.h"
 #include "app/Settings.h"
 #include "app/Startup.h"
 #include "queue/QueueStore.h"
@@ -110,6 +111,12 @@ int main(int argc, char* argv[])
         }
         gQueueList.setText(700, formatQueueNumber(299));
     };
+    QByteArray sections;
+    for (int i = 0; i < 100000; ++i)
+        sections += "[Item " + QByteArray::number(i) + "]\nk=" + QByteArray::number(i) + '\n';
+    report("parse and write back, 100000 sections",
+           medianMs(5, nothing, [&sections] { ProfileDocument::fromBytes(sections).toBytes(); }),
+           3000, 5);
     report("SyncQueueFromList(0), 999 rows",
            medianMs(201, moveOneRow, [] { SyncQueueFromList(0); }), 2, 201);
     return 0;

@@ -58,6 +58,8 @@ bool MoveSelectedRow(int step)
 
 void RenumberSelectedRow(const QString& typed)
 {
+    if (gQueueList.count() < 1)
+        return;
     const qint32 row = gQueueList.selectedIndex();
     if (row == 0)
         throw RuntimeError(RuntimeError::ObjectNotSet);

@@ -23,6 +23,7 @@ public:
     int progressMaximum() const { return m_progressMaximum; }
     int progressValue() const { return m_progressValue; }
     void setProgress(int maximum, int value);
+    void resetProgressValue() { setProgress(m_progressMaximum, 0); }
 
     void reset(); // back to the design texts "Sample" and "Experiment"
 

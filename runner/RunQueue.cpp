@@ -11,7 +11,7 @@
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 
-#include <QScopeGuard>
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -149,6 +149,30 @@ qint32 FindQueueRow(qint32 queueNum)
 
 bool RunInProgress() { return gRunControls.runUnderWay(); }
 
+void ClickStartQueue()
+{
+    const QString caption = gRunControls.startQueueCaption();
+    if (caption == kStopCaption) {
+        RequestStop();
+        return;
+    }
+    if (gQueueList.count() == 0)
+        return;
+    if (caption == kStartCaption) {
+        for (qint32 row = 1; row <= gQueueList.count(); ++row)
+            gQueueList.setBold(row, false);
+        gStatusBar.resetProgressValue();
+        RunQueue();
+    } else if (caption == kContinueCaption) {
+        ContinueQueue();
+    } else if (caption == kRunAgainCaption) {
+        gCurrentQueueNum = 0;
+        gStatusBar.resetProgressValue();
+        gRunControls.setStartQueueToolTip({});
+        RunQueue();
+    }
+}
+
 void RunQueue()
 {
     const RunUnderWay underWay;
@@ -191,7 +215,7 @@ void RequestStop()
 
 void ContinueQueue()
 {
-    --gCurrentQueueNum;
+    gCurrentQueueNum = std::max(gCurrentQueueNum - 1, 0);
     RunQueue();
 }
 

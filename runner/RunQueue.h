@@ -12,12 +12,15 @@ extern bool gStopRequested; // set by Stop; cleared by the loop when it acts on 
 extern bool gStepFailed; // set by a step whose program reports failure; cleared by the loop
 extern bool gSameSample; // the item's sample is already in the magnet
 
+// A click on the run button: its caption says whether it starts, stops, continues or runs the
+// queue again. With no item in the list only Stop acts; the others do nothing.
+void ClickStartQueue();
 void RunQueue();
 // RunQueue is under way; a handler that runs inside its waits sees true.
 bool RunInProgress();
 // Stop: the run goes on until the running step notices the flag.
 void RequestStop();
-// Takes up the stopped item again.
+// Takes up the stopped item again (the first item when the stopped one was deleted).
 void ContinueQueue();
 void PrepareRun();
 void FinishRun();

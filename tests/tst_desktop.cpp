@@ -16,18 +16,37 @@ using namespace spinlane;
 
 namespace {
 
-// Runs `inspect` on the next modal dialog of type T as soon as it is shown.
+// Runs `inspect` on the next dialog of type T from inside its exec() loop: the dialog's show
+// event queues the call, so no timer races the dialog. A dialog still open ten seconds later is
+// rejected and fails the test instead of hanging it.
 template <typename T> void whenShown(std::function<void(T*)> inspect)
 {
-    auto* timer = new QTimer;
-    QObject::connect(timer, &QTimer::timeout, [timer, inspect] {
-        if (auto* dialog = qobject_cast<T*>(QApplication::activeModalWidget())) {
-            timer->stop();
-            timer->deleteLater();
-            inspect(dialog);
+    class ShowFilter : public QObject {
+    public:
+        explicit ShowFilter(std::function<void(T*)> inspect)
+            : m_inspect(std::move(inspect))
+        {
         }
-    });
-    timer->start(10);
+        bool eventFilter(QObject* watched, QEvent* event) override
+        {
+            auto* dialog = qobject_cast<T*>(watched);
+            if (event->type() != QEvent::Show || !dialog)
+                return false;
+            QMetaObject::invokeMethod(
+                dialog, [dialog, inspect = m_inspect] { inspect(dialog); }, Qt::QueuedConnection);
+            QTimer::singleShot(10'000, dialog, [dialog] {
+                QTest::qFail("the dialog was still open at its deadline", __FILE__, __LINE__);
+                dialog->reject();
+            });
+            deleteLater();
+            qApp->removeEventFilter(this);
+            return false;
+        }
+
+    private:
+        std::function<void(T*)> m_inspect;
+    };
+    qApp->installEventFilter(new ShowFilter(std::move(inspect)));
 }
 
 } // namespace
@@ -77,6 +96,9 @@ private Q_SLOTS:
         whenShown<QFileDialog>([&](QFileDialog* dialog) {
             filters = dialog->nameFilters();
             mode = dialog->fileMode();
+            // The name field takes a selected file only while it has no focus.
+            if (QWidget* focused = dialog->focusWidget())
+                focused->clearFocus();
             dialog->selectFile(existing);
             QMetaObject::invokeMethod(dialog, "accept");
         });

@@ -60,17 +60,6 @@ private Q_SLOTS:
         QCOMPARE(experimentsRun(), 7);
     }
 
-    void startWithAnEmptyListDoesNothing()
-    {
-        START_PROGRAM({});
-        QVERIFY(OpenLogFile(program().path(u"run.log"_s), false));
-        gLogOn = true;
-        click(form->cmdStartQueue);
-        QCOMPARE(form->cmdStartQueue->text(), u"Start Spinlane!"_s);
-        QVERIFY(lab().log.calls.isEmpty());
-        QCOMPARE(readFile(program().path(u"run.log"_s)), QByteArray());
-    }
-
     // Left open while the user configures experiments, the item dialog hands Expedra back first.
     void exitUnloadsTheDialogAndSavesTheWindowPosition()
     {

@@ -3,7 +3,6 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -193,12 +192,10 @@ private Q_SLOTS:
         QTest::newRow("NUL bytes") << QByteArray(5000, '\0') + "\r\n[s]\0\r\n\0k=1"_ba;
         QTest::newRow("duplicate sections") << "[s]\r\nk=1\r\n[S]\r\nK=2\r\n"_ba.repeated(20000);
     }
-    // Bad input loads in bounded time and stays editable.
+    // Bad input loads and stays editable (bench_settings times the large ones).
     void badInput()
     {
         QFETCH(QByteArray, file);
-        QElapsedTimer timer;
-        timer.start();
         ProfileDocument doc = ProfileDocument::fromBytes(file);
         QCOMPARE(doc.toBytes(), file);
         QVERIFY(doc.writeString(u"s", u"written", u"w"_s));
@@ -206,7 +203,6 @@ private Q_SLOTS:
         const ProfileDocument reparsed = ProfileDocument::fromBytes(doc.toBytes());
         QCOMPARE(reparsed.readString(u"s", u"written", kDefault), u"w"_s);
         QCOMPARE(reparsed.readString(u"Item 5", u"k", kDefault), kDefault);
-        QVERIFY2(timer.elapsed() < 3000, qPrintable(u"%1 ms"_s.arg(timer.elapsed())));
     }
 
     void filesOnDisk()

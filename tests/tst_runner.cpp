@@ -2,6 +2,8 @@
 #include "app/RuntimeError.h"
 #include "app/Session.h"
 #include "app/Settings.h"
+#include "queue/QueueEditing.h"
+#include "queue/QueueReorder.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
@@ -443,6 +445,37 @@ private Q_SLOTS:
                  (QStringList{u"[Start Spinlane at T by ann]"_s, logLines().at(1),
                               u"[Done Spinlane at T]"_s, QString(65, u'$'), QString(), QString()}));
         QCOMPARE(gCurrentQueueNum, 3);
+    }
+
+    // The run button, the arrows and a typed number find no item to act on: instead of ending
+    // the program with a run-time error they do nothing. Continue after the stopped item was
+    // deleted starts from the first item.
+    void commandsOnAnEmptyListDoNothing()
+    {
+        linkPrograms(0);
+        addItem(1, 0, u"Stopped"_s);
+        addItem(2, 0);
+        gCurrentQueueNum = 1;
+        gRunControls.setStartQueueCaption(kContinueCaption);
+        m_seams->messageBoxes.queueAnswer(MsgAnswer::Yes);
+        QVERIFY(DeleteQueueItem(1));
+        QCOMPARE(errorNumber(ClickStartQueue), 0);
+        QCOMPARE(statuses(), QStringList{u"Done"_s});
+        QCOMPARE(gRunControls.startQueueCaption(), kRunAgainCaption);
+
+        m_seams->messageBoxes.queueAnswer(MsgAnswer::Yes);
+        QVERIFY(DeleteQueueItem(1));
+        const QStringList logged = logLines();
+        for (const QString& caption : {kRunAgainCaption, kContinueCaption, kStartCaption}) {
+            gRunControls.setStartQueueCaption(caption);
+            QCOMPARE(errorNumber(ClickStartQueue), 0);
+            QCOMPARE(gRunControls.startQueueCaption(), caption);
+        }
+        QCOMPARE(errorNumber([] { RenumberSelectedRow(u"5"_s); }), 0);
+        QVERIFY(!MoveSelectedRow(-1) && !MoveSelectedRow(+1));
+        QCOMPARE(gQueueList.count(), 0);
+        QCOMPARE(gCurrentQueueNum, 0);
+        QCOMPARE(logLines(), logged);
     }
 
     void selectionStatus()

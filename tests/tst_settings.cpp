@@ -242,7 +242,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("sampleControl");
         QByteArray binary(1 << 20, 0);
         for (int i = 0; i < binary.size(); ++i)
-            binary[i] = char((i * 7919) >> 3);
+            binary[i] = char((qint64(i) * 7919) >> 3);
         const QByteArray longLines = QByteArray(100000, 'x') + "\r\n";
         QTest::newRow("binary") << binary << 1;
         QTest::newRow("10 MB of long lines")

@@ -168,7 +168,7 @@ void QueueView::mouseMoveEvent(QMouseEvent* event)
     }
     if (event->buttons() == Qt::LeftButton && m_itemPressed) {
         if ((position - m_pressPosition).manhattanLength() >= QApplication::startDragDistance())
-            guarded([this, position] { startDrag(position); });
+            guarded([this, position] { beginDrag(position); });
         return;
     }
     // A press on a row never sweeps a range of rows into the selection.
@@ -197,7 +197,7 @@ void QueueView::mouseReleaseEvent(QMouseEvent* event)
 }
 
 // Running and stopped rows stay where they are; any other row is carried until it is dropped.
-void QueueView::startDrag(const QPoint& position)
+void QueueView::beginDrag(const QPoint& position)
 {
     m_itemPressed = false;
     if (!m_draggedItem.isValid())

@@ -51,7 +51,7 @@ protected:
 private:
     void showListSelection();
     void takeUserSelection();
-    void startDrag(const QPoint& position);
+    void beginDrag(const QPoint& position);
     void dragOver(const QPoint& position);
     void drop();
     void setDropHighlight(const QModelIndex& row);

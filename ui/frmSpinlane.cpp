@@ -375,34 +375,9 @@ void frmSpinlane::showStatusBar()
 
 // Run controls --------------------------------------------------------------------------------
 
-namespace {
-
-void progressToMinimum() { gStatusBar.setProgress(gStatusBar.progressMaximum(), 0); }
-
-} // namespace
-
 void frmSpinlane::cmdStartQueue_Click()
 {
-    guarded([] {
-        const QString caption = gRunControls.startQueueCaption();
-        if (caption == kStartCaption) {
-            if (gQueueList.count() == 0)
-                return;
-            for (qint32 row = 1; row <= gQueueList.count(); ++row)
-                gQueueList.setBold(row, false);
-            progressToMinimum();
-            RunQueue();
-        } else if (caption == kStopCaption) {
-            RequestStop();
-        } else if (caption == kContinueCaption) {
-            ContinueQueue();
-        } else if (caption == kRunAgainCaption) {
-            gCurrentQueueNum = 0;
-            progressToMinimum();
-            gRunControls.setStartQueueToolTip({});
-            RunQueue();
-        }
-    });
+    guarded(ClickStartQueue);
 }
 
 void frmSpinlane::chkEntireQueue_Click()
@@ -433,7 +408,7 @@ void frmSpinlane::cmdStartOver_Click()
             gQueue(toInt32(leadingNumber(gQueueList.row(row).text))).Status = u"Idle"_s;
             gQueueList.setSubItem(row, QueueList::StatusSubItem, u"Idle"_s);
         }
-        progressToMinimum();
+        gStatusBar.resetProgressValue();
         gRunControls.setStartQueueCaption(kStartCaption);
         chkEntireQueue->setEnabled(true);
         gRunControls.setStartQueueToolTip({});

@@ -34,13 +34,13 @@ QByteArray settingsFile(const QList<QueueEntry>& items,
         {u"Queue Layout"_s, u"1"_s},
         {u"Current Queue Num"_s, u"0"_s},
         {u"Total Queue Items"_s, QString::number(items.size())}};
-    for (const auto& [key, value] : general) {
-        auto it =
-            std::find_if(keys.begin(), keys.end(), [&](const auto& k) { return k.first == key; });
+    for (const auto& entry : general) {
+        auto it = std::find_if(keys.begin(), keys.end(),
+                               [&entry](const auto& k) { return k.first == entry.first; });
         if (it != keys.end())
-            it->second = value;
+            it->second = entry.second;
         else
-            keys.append({key, value});
+            keys.append(entry);
     }
     QString text = u"[General]\r\n"_s;
     for (const auto& [key, value] : keys)
