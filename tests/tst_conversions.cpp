@@ -14,40 +14,19 @@ class TestConversions : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void leadingNumber_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<double>("expected");
-        QTest::newRow("plain") << u"42"_s << 42.0;
-        QTest::newRow("blanks anywhere") << u" 1 2\t3\n4"_s << 1234.0;
-        QTest::newRow("stops at letter") << u"12ab34"_s << 12.0;
-        QTest::newRow("no number") << u"abc"_s << 0.0;
-        QTest::newRow("two signs") << u"--5"_s << 0.0;
-        QTest::newRow("negative with blank") << u"- 5"_s << -5.0;
-        QTest::newRow("fraction") << u"-2.5"_s << -2.5;
-        QTest::newRow("leading point") << u".5"_s << 0.5;
-        QTest::newRow("exponent") << u"1e3"_s << 1000.0;
-        QTest::newRow("negative exponent") << u"5E-1"_s << 0.5;
-        QTest::newRow("exponent without digits") << u"3e"_s << 3.0;
-        QTest::newRow("NUL ends") << QString(u"12"_s + QChar(0) + u"34"_s) << 12.0;
-        QTest::newRow("non-ASCII ends") << u"7\u00b58"_s << 7.0;
-        QTest::newRow("hex") << u"&H1F"_s << 31.0;
-        QTest::newRow("hex 16-bit sign") << u"&HFFFF"_s << -1.0;
-        QTest::newRow("hex 16-bit min") << u"&H8000"_s << -32768.0;
-        QTest::newRow("hex 32-bit") << u"&H10000"_s << 65536.0;
-        QTest::newRow("hex stops") << u"&h1g"_s << 1.0;
-        QTest::newRow("octal") << u"&O17"_s << 15.0;
-        QTest::newRow("ampersand alone") << u"&5"_s << 0.0;
-    }
     void leadingNumber()
     {
-        QFETCH(QString, text);
-        QFETCH(double, expected);
-        QCOMPARE(spinlane::leadingNumber(text), expected);
-    }
-
-    void leadingNumberOverflows()
-    {
+        // Blanks anywhere; signs, exponents, and hex and octal, "&HFFFF" with the 16-bit sign.
+        const QStringList in{u" 1 2\t3\n4"_s, u"12ab34"_s, u"abc"_s,    u"--5"_s,     u"- 5"_s,
+                             u"-2.5"_s,       u".5"_s,     u"1e3"_s,    u"5E-1"_s,    u"3e"_s,
+                             u"7\u00b58"_s,   u"&H1F"_s,   u"&HFFFF"_s, u"&H10000"_s, u"&h1g"_s,
+                             u"&O17"_s,       u"&5"_s};
+        const double out[] = {1234, 12, 0,  0,  -5,    -2.5, 0.5, 1000, 0.5,
+                              3,    7,  31, -1, 65536, 1,    15,  0};
+        QCOMPARE(std::size(out), size_t(in.size()));
+        for (qsizetype i = 0; i < in.size(); ++i)
+            QCOMPARE(spinlane::leadingNumber(in[i]), out[i]);
+        QCOMPARE(spinlane::leadingNumber(u"12"_s + QChar(0) + u"34"_s), 12.0);
         QCOMPARE(errorNumber([] { spinlane::leadingNumber(u"1e400"_s); }), RuntimeError::Overflow);
         QCOMPARE(errorNumber([] { spinlane::leadingNumber(u"&H100000000"_s); }),
                  RuntimeError::Overflow);
@@ -70,27 +49,16 @@ private Q_SLOTS:
             QCOMPARE(errorNumber([=] { toInt32(value); }), RuntimeError::Overflow);
     }
 
-    void toBoolean_data()
+    void booleans()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<bool>("expected");
-        QTest::newRow("True") << u"True"_s << true;
-        QTest::newRow("false in small letters") << u"false"_s << false;
-        QTest::newRow("blanks around") << u" True "_s << true;
-        QTest::newRow("zero") << u"0"_s << false;
-        QTest::newRow("minus one") << u"-1"_s << true;
-        QTest::newRow("fraction") << u"0.25"_s << true;
-        QTest::newRow("hex zero") << u"&H0"_s << false;
-    }
-    void toBoolean()
-    {
-        QFETCH(QString, text);
-        QFETCH(bool, expected);
-        QCOMPARE(spinlane::toBoolean(text), expected);
-    }
-
-    void toBooleanRejectsOtherTexts()
-    {
+        for (const auto& [text, expected] : {std::pair{u"True"_s, true},
+                                             {u"false"_s, false},
+                                             {u" True "_s, true},
+                                             {u"0"_s, false},
+                                             {u"-1"_s, true},
+                                             {u"0.25"_s, true},
+                                             {u"&H0"_s, false}})
+            QCOMPARE(spinlane::toBoolean(text), expected);
         for (const QString& text : {u"maybe"_s, u""_s, u"Yes"_s, u"1 2"_s, u"12abc"_s, u"Truex"_s,
                                     u"-"_s, u"1\u00b5"_s}) {
             QCOMPARE(errorNumber([&] { spinlane::toBoolean(text); }), RuntimeError::TypeMismatch);

@@ -72,10 +72,6 @@ private Q_SLOTS:
         click(dialog->cmdOK);
         QVERIFY(!ItemDialog());
         QCOMPARE(recordOf(1), u"83848|0|Menthol||D2O|1|ann|Chem Lab|/data/menthol.kvd|Idle"_s);
-        const QueueRow& row = gQueueList.row(1);
-        QCOMPARE(row.text, u"001"_s);
-        QCOMPARE(row.subItems[QueueList::ExpTitleSubItem - 1], u"CARBON"_s);
-        QCOMPARE(row.subItems[QueueList::StatusSubItem - 1], u"Idle"_s);
         QCOMPARE(form->stbPanels[0]->text(), u"Menthol"_s);
 
         // Cancel adds nothing (where a new item goes is the core's).
@@ -85,40 +81,6 @@ private Q_SLOTS:
         click(ItemDialog()->cmdCancel);
         QVERIFY(!ItemDialog());
         QCOMPARE(sampleNames(), QStringList{u"Menthol"_s});
-    }
-
-    void labelsAndCaptions()
-    {
-        START_PROGRAM({}, {{u"AlwaysOnTop"_s, u"True"_s}});
-        click(form->cmdAdd);
-        frmItemDialog* dialog = ItemDialog();
-        QVERIFY(dialog);
-        QVERIFY(dialog->windowFlags().testFlag(Qt::WindowStaysOnTopHint)); // as the main window
-        QStringList labels; // "name|text|bold|the field it names"; PROTON needs a solvent
-        for (const QLabel* label : dialog->findChildren<QLabel*>())
-            labels.append(QStringList{label->objectName(), label->text(),
-                                      label->font().bold() ? u"bold"_s : QString(),
-                                      label->buddy() ? label->buddy()->objectName() : QString()}
-                              .join(u'|'));
-        labels.sort();
-        QCOMPARE(labels.join(u'\n'),
-                 u"lblExpTitle|Exp. Title:|bold|cboExpList\n"
-                 u"lblItemSN|Item S/N:||txtItemSN\n"
-                 u"lblNote|* * * Bold text fields are mandatory entries! * * *|bold|\n"
-                 u"lblOrg|Organization:||txtOrg\n"
-                 u"lblOutputFile|Output File Path:|bold|txtOutputFile\n"
-                 u"lblSampleDes|Sample Description:||txtSampleDes\n"
-                 u"lblSampleName|Sample Name:||txtSampleName\n"
-                 u"lblSampleNum|Sample No.:|bold|txtSampleNum\n"
-                 u"lblSolRequired|Solvent Required.||\n"
-                 u"lblSolSel|Solvent:|bold|cboSolList\n"
-                 u"lblSpinlaneNum|Spinlane No.:||txtSpinlaneNum\n"
-                 u"lblStatus|Status:||txtStatus\n"
-                 u"lblUserID|User ID:||txtUserID"_s);
-        QCOMPARE(dialog->cmdOK->text(), u"OK"_s);
-        QCOMPARE(dialog->cmdCancel->text(), u"Cancel"_s);
-        QCOMPARE(dialog->cmdConfig->text(), u"Configure"_s);
-        QCOMPARE(dialog->cmdUpdate->text(), u"Update"_s);
     }
 
     void queueNumberField()

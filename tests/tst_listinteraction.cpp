@@ -159,23 +159,6 @@ private Q_SLOTS:
         clickHeader(QueueList::UserIDColumn);
         QCOMPARE(texts(), (QStringList{u"001"_s, u"002"_s, u"003"_s}));
     }
-
-    void editButtonStaysReachable()
-    {
-        START_PROGRAM({{}, {}});
-        QVERIFY(form->cmdEdit->isVisible());
-        QVERIFY(form->cmdAdd->y() < form->cmdEdit->y()
-                && form->cmdEdit->y() < form->cmdDelete->y());
-        QCOMPARE(form->cmdEdit->x(), form->cmdAdd->x());
-
-        // The list grows under it; it stays on top and answers clicks.
-        form->resize(form->size() + QSize(300, 100));
-        QTRY_VERIFY(list()->geometry().contains(form->cmdEdit->geometry()));
-        QWidget* client = form->centralWidget();
-        QCOMPARE(client->childAt(form->cmdEdit->geometry().center()), form->cmdEdit);
-        click(form->cmdEdit);
-        QVERIFY(ItemDialog());
-    }
 };
 
 SPINLANE_GUI_TEST_MAIN(TestListInteraction)

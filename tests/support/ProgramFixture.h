@@ -32,13 +32,6 @@
 
 #include <memory>
 
-class QLineEdit;
-
-namespace spinlane {
-class frmSpinlane;
-class QueueView;
-} // namespace spinlane
-
 // Starts the whole program for a GUI test: a settings file in a folder of the test's own, the
 // first start's two questions answered, scripted seams and the fake laboratory installed. Each
 // test gets a fresh program and window.
