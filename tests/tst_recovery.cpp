@@ -67,7 +67,7 @@ int runProgram(int argc, char** argv)
     installSeams({nullptr, nullptr, nullptr, &clock, &pump, &end});
     DBusAutomation automation(QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000});
     installAutomation(&automation);
-    setInstanceLockPath(iniPath + u".lock"_s);
+    setInstanceLockPath(iniPath + u".instance-lock"_s);
     CloseOnShutdownSignals();
     guarded([] { Main({}); });
     frmSpinlane* form = MainForm();
