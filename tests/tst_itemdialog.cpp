@@ -166,7 +166,7 @@ private Q_SLOTS:
         QCOMPARE(dialog->txtOutputFile->text(), u"/data/other.kvd"_s);
     }
 
-    void experimentListsAndLockMarking()
+    void experimentListsAndConfiguring()
     {
         lab().expedra->lockRequired = {0};
         START_PROGRAM({});
@@ -191,42 +191,15 @@ private Q_SLOTS:
         const MessageBoxRequest details{u"CARBON"_s, MsgButtons::Ok, MsgIcon::Information,
                                         u"Details of CARBON"_s};
         QCOMPARE(seams().messageBoxes.shown, QList{details});
-    }
 
-    // The status bar keeps its design text where there is no title to show.
-    void anEmptyExperimentListStoresTheFirstExperiment()
-    {
-        lab().expedra->titles = {u"(end)"_s};
-        START_PROGRAM({{}});
-        QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
-        QCOMPARE(form->stbPanels[1]->text(), u"Experiment"_s);
-        seams().messageBoxes.queueAnswer(MsgAnswer::No);
-        click(form->cmdAdd);
-        seams().messageBoxes.shown.clear();
-        frmItemDialog* dialog = ItemDialog();
-        QCOMPARE(dialog->cboExpList->count(), 0);
-        click(dialog->cmdDetail);
-        QVERIFY(seams().messageBoxes.shown.isEmpty());
-        QVERIFY(!lab().log.calls.contains(u"Expedra.SetCurrentExperiment(-1)"_s));
-        click(dialog->cmdOK);
-        QCOMPARE(gQueue(2).ExpTitleIndex, qint16(0));
-        QCOMPARE(gQueueList.row(2).subItems[QueueList::ExpTitleSubItem - 1], QString());
-    }
-
-    void configuringExperimentsInExpedra()
-    {
-        START_PROGRAM({});
-        click(form->cmdAdd);
-        frmItemDialog* dialog = ItemDialog();
-        dialog->cboExpList->setCurrentIndex(1);
+        // Configuring in Expedra, and back.
         lab().log.clear();
-
         click(dialog->cmdConfig);
         QCOMPARE(dialog->cmdConfig->text(), u"Update"_s);
         QCOMPARE(dialog->cmdConfig->toolTip(),
                  u"Click to update the exp. list and/or hide Expedra program."_s);
-        QCOMPARE(seams().messageBoxes.shown,
-                 QList{box(kConfigureMessage, MsgButtons::Ok, MsgIcon::Exclamation)});
+        QCOMPARE(seams().messageBoxes.shown.last(),
+                 box(kConfigureMessage, MsgButtons::Ok, MsgIcon::Exclamation));
         QCOMPARE(lab().log.calls,
                  (QStringList{u"ShowWindow(101, 5)"_s, u"Expedra.SetShown(True)"_s}));
 
@@ -256,6 +229,26 @@ private Q_SLOTS:
         QCOMPARE(dialog->cboExpList->currentIndex(), -1);
     }
 
+    // The status bar keeps its design text where there is no title to show.
+    void anEmptyExperimentListStoresTheFirstExperiment()
+    {
+        lab().expedra->titles = {u"(end)"_s};
+        START_PROGRAM({{}});
+        QCOMPARE(form->stbPanels[0]->text(), u"Sample 1"_s);
+        QCOMPARE(form->stbPanels[1]->text(), u"Experiment"_s);
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        click(form->cmdAdd);
+        seams().messageBoxes.shown.clear();
+        frmItemDialog* dialog = ItemDialog();
+        QCOMPARE(dialog->cboExpList->count(), 0);
+        click(dialog->cmdDetail);
+        QVERIFY(seams().messageBoxes.shown.isEmpty());
+        QVERIFY(!lab().log.calls.contains(u"Expedra.SetCurrentExperiment(-1)"_s));
+        click(dialog->cmdOK);
+        QCOMPARE(gQueue(2).ExpTitleIndex, qint16(0));
+        QCOMPARE(gQueueList.row(2).subItems[QueueList::ExpTitleSubItem - 1], QString());
+    }
+
     void leavingWhileConfiguring()
     {
         START_PROGRAM({{}});
@@ -279,10 +272,15 @@ private Q_SLOTS:
                        {u"Idle"_s, 3, 0, u"bob"_s, u"Physics"_s},
                        {u"Idle"_s, 4, 0, QString(), QString()}},
                       {{u"Current Queue Num"_s, u"2"_s}});
+        seams().messageBoxes.queueAnswer(MsgAnswer::No);
+        click(form->cmdAdd);
+        QPointer<frmItemDialog> adding = ItemDialog();
         select(2);
-        click(form->cmdEdit);
+        click(form->cmdEdit); // one dialog at a time: the edit replaces the new item's
         frmItemDialog* dialog = ItemDialog();
-        QVERIFY(dialog);
+        QVERIFY(dialog && dialog != adding);
+        QTRY_VERIFY(!adding);
+        QCOMPARE(form->findChildren<frmItemDialog*>().size(), 1);
         QCOMPARE(dialog->fraDialog->title(), u"Edit Selected Item"_s);
         // The user's own item, whatever the capitals.
         QCOMPARE(fields(dialog), u"002|SN2|Done|2|Sample 2||1|CDCl3|ANN|Chem|/data/2.kvd"_s);
@@ -303,6 +301,9 @@ private Q_SLOTS:
         select(4); // nobody's: an owner may be typed
         click(form->cmdEdit);
         QVERIFY(!ItemDialog()->txtUserID->isReadOnly());
+        QTest::keyClick(ItemDialog(), Qt::Key_Escape); // as its close box
+        QVERIFY(!ItemDialog());
+        QCOMPARE(gQueueList.count(), 4);
     }
 
     void propertiesView()
@@ -326,23 +327,6 @@ private Q_SLOTS:
         QCOMPARE(gQueueList.selectedIndex(), 3);
         QCOMPARE(form->stbPanels[0]->text(), u"Sample 3"_s);
         QVERIFY(!ItemDialog());
-    }
-
-    void oneDialogAtATime()
-    {
-        START_PROGRAM({{}, {}});
-        click(form->cmdAdd);
-        QPointer<frmItemDialog> adding = ItemDialog();
-        select(1);
-        click(form->cmdEdit);
-        QVERIFY(ItemDialog() != adding);
-        QCOMPARE(ItemDialog()->fraDialog->title(), u"Edit Selected Item"_s);
-        QTRY_VERIFY(!adding);
-        QCOMPARE(form->findChildren<frmItemDialog*>().size(), 1);
-
-        QTest::keyClick(ItemDialog(), Qt::Key_Escape); // as its close box
-        QVERIFY(!ItemDialog());
-        QCOMPARE(gQueueList.count(), 2);
     }
 
     void deletingFromTheWindow()

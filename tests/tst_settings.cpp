@@ -21,17 +21,14 @@ namespace {
 const QString kLocateText = u"Please locate the 'Spinlane.ini' file."_s;
 const QString kStorePath = u"Spinlane/Path/Spinlane.INI"_s;
 
-QString loadQuestion(const QString& fileVersion, const QString& programVersion)
+// The version question at load (`overwrite` false) or at save.
+QString versionQuestion(const QString& fileVersion, const QString& programVersion, bool overwrite)
 {
     return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s + programVersion
-           + u") files do not match each other.\r\nRun the program anyway?"_s;
-}
-
-QString saveQuestion(const QString& fileVersion, const QString& programVersion)
-{
-    return u"Versions of initialization ("_s + fileVersion + u") and excutable ("_s + programVersion
-           + u") files do not match each other.\r\nOverwrite the initialization file anyway? "
-             u"Click No to back up old ini file."_s;
+           + u") files do not match each other.\r\n"_s
+           + (overwrite
+                  ? u"Overwrite the initialization file anyway? Click No to back up old ini file."_s
+                  : u"Run the program anyway?"_s);
 }
 
 QByteArray itemSection(int n, const QByteArray& serial, int sample, const QByteArray& name,
@@ -112,6 +109,19 @@ private Q_SLOTS:
 
     void locatingTheFile()
     {
+        // Cancelled, at the question or in the file dialog: the program ends.
+        seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
+        QVERIFY(endsProgram(LoadSettings));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(seams().fileDialogs.opened.isEmpty());
+        renewSeams();
+        seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
+        seams().fileDialogs.queueChoice({});
+        QVERIFY(endsProgram(LoadSettings));
+        QCOMPARE(seams().programEnd.ends, 1);
+        QVERIFY(!seams().settingsStore.values.contains(kStorePath));
+
+        renewSeams();
         writeFile(m_iniPath, "[General]\r\nVersion Number=2.0.5\r\n");
         // Nothing remembered: the file must be confirmed once, even at the default path.
         seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
@@ -144,28 +154,15 @@ private Q_SLOTS:
         QCOMPARE(seams().settingsStore.values.value(kStorePath), elsewhere);
     }
 
-    void cancellingTheLocationEndsTheProgram()
-    {
-        seams().messageBoxes.queueAnswer(MsgAnswer::Cancel);
-        QVERIFY(endsProgram(LoadSettings));
-        QCOMPARE(seams().programEnd.ends, 1);
-        QVERIFY(seams().fileDialogs.opened.isEmpty());
-        renewSeams();
-        seams().messageBoxes.queueAnswer(MsgAnswer::Ok);
-        seams().fileDialogs.queueChoice({});
-        QVERIFY(endsProgram(LoadSettings));
-        QCOMPARE(seams().programEnd.ends, 1);
-        QVERIFY(!seams().settingsStore.values.contains(kStorePath));
-    }
-
     void versionQuestionAtLoad()
     {
         const QByteArray bytes = "[General]\r\nVersion Number=2.0.4\r\nSample Control=2\r\n";
         useDefaultFile(bytes);
         seams().messageBoxes.queueAnswer(MsgAnswer::No);
         QVERIFY(endsProgram(LoadSettings));
-        QCOMPARE(seams().messageBoxes.shown, QList{box(loadQuestion(u"2.0.4"_s, u"2.0.5"_s),
-                                                       MsgButtons::YesNo, MsgIcon::Question)});
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(versionQuestion(u"2.0.4"_s, u"2.0.5"_s, false), MsgButtons::YesNo,
+                           MsgIcon::Question)});
         QCOMPARE(gSampleControl, qint16(0)); // ended before reading the settings
         renewSeams();
         useDefaultFile(bytes);
@@ -178,7 +175,7 @@ private Q_SLOTS:
         useDefaultFile("");
         seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
         LoadSettings();
-        QCOMPARE(seams().messageBoxes.shown.first().text, loadQuestion({}, u"2.0.5"_s));
+        QCOMPARE(seams().messageBoxes.shown.first().text, versionQuestion({}, u"2.0.5"_s, false));
         gExeVersion = u"2.0.5-RC"_s;
         useDefaultFile("[General]\r\nVersion Number=2.0.5-rc\r\n");
         LoadSettings();
@@ -232,35 +229,6 @@ private Q_SLOTS:
             QCOMPARE(gQueue(1).SampleName, QString());
             QCOMPARE(gQueue(2).SampleName, u"kept"_s);
         }
-    }
-
-    // The reading rules are the profile file's tests; here the load follows them on garbage, on a
-    // large file in good time, and on repeated names.
-    void damagedFilesLoadByTheSameRules_data()
-    {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<int>("sampleControl");
-        QByteArray binary(1 << 20, 0);
-        for (int i = 0; i < binary.size(); ++i)
-            binary[i] = char((qint64(i) * 7919) >> 3);
-        const QByteArray longLines = QByteArray(100000, 'x') + "\r\n";
-        QTest::newRow("binary") << binary << 1;
-        QTest::newRow("10 MB of long lines")
-            << longLines.repeated(100) + "[General]\r\nSample Control=2" << 2;
-        QTest::newRow("duplicates: first wins")
-            << QByteArray("[General]\r\nSample Control=2\r\nSample Control=3\r\n"
-                          "[GENERAL]\r\nSample Control=4\r\n")
-            << 2;
-    }
-    void damagedFilesLoadByTheSameRules()
-    {
-        QFETCH(QByteArray, bytes);
-        QFETCH(int, sampleControl);
-        gExeVersion.clear(); // no version in these files either: no question
-        useDefaultFile(bytes);
-        LoadSettings();
-        QCOMPARE(gSampleControl, sampleControl);
-        QCOMPARE(gQueue.upperBound(), 1);
     }
 
     void rejectedValuesEndTheProgramUnsaved_data()
@@ -353,22 +321,20 @@ private Q_SLOTS:
         expected.replace("Password=secret", "Password=changed");
         expected.replace(expected.lastIndexOf("Status=Idle"), 11, "Status=Done");
         QCOMPARE(readFile(m_iniPath), expected);
-    }
 
-    void staleItemSectionsStay()
-    {
-        useDefaultFile("[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=3\r\n"
-                       + itemSection(1, "00001", 1, "A", "Idle")
-                       + itemSection(2, "00002", 2, "B", "Idle")
-                       + itemSection(3, "00003", 3, "C", "Idle"));
-        LoadSettings();
-        QCOMPARE(gTotalQueueItems, 3);
-        showRows(2);
+        // Fewer rows: the count follows them, the stale item's section stays.
+        showRows(1);
         SaveSettings(std::nullopt);
         const QByteArray saved = readFile(m_iniPath);
-        QVERIFY(saved.contains("Total Queue Items=2\r\n"));
-        QVERIFY(saved.endsWith(itemSection(3, "00003", 3, "C", "Idle")));
-        QCOMPARE(gTotalQueueItems, 2);
+        QVERIFY(saved.contains("Total Queue Items=1\r\n"));
+        QVERIFY(saved.endsWith(itemSection(2, "00002", 6, "B", "Done")));
+        QCOMPARE(gTotalQueueItems, 1);
+        // More rows than records: the save stops before writing anything.
+        showRows(3);
+        guarded([] { SaveSettings(std::nullopt); });
+        QCOMPARE(seams().messageBoxes.shown.last().text,
+                 u"Run-time error '9':\r\n\r\nSubscript out of range"_s);
+        QCOMPARE(readFile(m_iniPath), saved);
     }
 
     void versionQuestionAtSave()
@@ -381,8 +347,9 @@ private Q_SLOTS:
         gIniVersion = u"2.0.4"_s;
         seams().messageBoxes.queueAnswer(MsgAnswer::No);
         SaveSettings(std::nullopt);
-        QCOMPARE(seams().messageBoxes.shown, QList{box(saveQuestion(u"2.0.4"_s, u"2.0.5"_s),
-                                                       MsgButtons::YesNo, MsgIcon::Question)});
+        QCOMPARE(seams().messageBoxes.shown,
+                 QList{box(versionQuestion(u"2.0.4"_s, u"2.0.5"_s, true), MsgButtons::YesNo,
+                           MsgIcon::Question)});
         QCOMPARE(readFile(backup), old);
         QVERIFY(readFile(m_iniPath).startsWith("[General]\r\nVersion Number=2.0.5\r\n"));
         renewSeams();
@@ -408,19 +375,6 @@ private Q_SLOTS:
                      MsgIcon::Critical));
         QCOMPARE(seams().programEnd.ends, 1);
         QCOMPARE(readFile(m_iniPath), old);
-    }
-
-    void saveFailuresKeepTheFile()
-    {
-        const QByteArray bytes = "[General]\r\nVersion Number=2.0.5\r\nTotal Queue Items=1\r\n";
-        useDefaultFile(bytes);
-        LoadSettings();
-        // More rows than records: the save stops before writing anything.
-        showRows(2);
-        guarded([] { SaveSettings(std::nullopt); });
-        QCOMPARE(seams().messageBoxes.shown.last().text,
-                 u"Run-time error '9':\r\n\r\nSubscript out of range"_s);
-        QCOMPARE(readFile(m_iniPath), bytes);
     }
 };
 

@@ -58,7 +58,7 @@ private Q_SLOTS:
         writeFile(m_path, kFile);
     }
 
-    void getReadsAsTheProgramDoes()
+    void getAndQueueReadAsTheProgramDoes()
     {
         QCOMPARE(run({u"get"_s, m_path, u"general"_s, u"PASSWORD"_s}).out, u"s3cret\n"_s);
         QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"Status"_s}).out, u"Idle\n"_s);
@@ -67,6 +67,13 @@ private Q_SLOTS:
         const Result missing = run({u"get"_s, m_path, u"Item 9"_s, u"Status"_s});
         QCOMPARE(missing.exitCode, 0);
         QCOMPARE(missing.out, u"\n"_s);
+
+        const Result result = run({u"queue"_s, m_path});
+        QCOMPARE(result.exitCode, 0);
+        QCOMPARE(result.out,
+                 u"No.  Item S/N  Sample Pos.  Sample Name      Exp. Index  User ID  Status\n"
+                 u"001  46348     12           Menthol          3           ann      Done\n"
+                 u"002  00000     0            Caffeine in D2O  0                    Idle\n"_s);
     }
 
     void setAndClearChangeOnlyWhatTheyName()
@@ -85,17 +92,7 @@ private Q_SLOTS:
         QCOMPARE(readFile(m_path), expected);
     }
 
-    void queuePrintsATable()
-    {
-        const Result result = run({u"queue"_s, m_path});
-        QCOMPARE(result.exitCode, 0);
-        QCOMPARE(result.out,
-                 u"No.  Item S/N  Sample Pos.  Sample Name      Exp. Index  User ID  Status\n"
-                 u"001  46348     12           Menthol          3           ann      Done\n"
-                 u"002  00000     0            Caffeine in D2O  0                    Idle\n"_s);
-    }
-
-    void helpAndVersionOnlyInFrontOfTheArguments()
+    void optionsAndMistakes()
     {
         const Result version = run({u"--version"_s});
         QCOMPARE(version.exitCode, 0);
@@ -107,10 +104,7 @@ private Q_SLOTS:
         QCOMPARE(run({u"set"_s, m_path, u"General"_s, u"Password"_s, u"--help"_s}).exitCode, 0);
         QCOMPARE(run({u"get"_s, m_path, u"General"_s, u"Password"_s}).out, u"--help\n"_s);
         QCOMPARE(run({u"--frobnicate"_s, u"--version"_s}).exitCode, 2);
-    }
 
-    void mistakesAreReported()
-    {
         const Result usage = run({u"get"_s, m_path});
         QCOMPARE(usage.exitCode, 2);
         QVERIFY(usage.err.startsWith(u"usage: spinlane-ini get FILE SECTION KEY [DEFAULT]"_s));

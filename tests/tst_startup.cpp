@@ -143,17 +143,12 @@ private Q_SLOTS:
         QCOMPARE(form->pos(), QPoint(200, 100));
         QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
         QVERIFY(form->menuItem(u"mnuPrefs"_s, 50)->isChecked());
-        QVERIFY(!form->menuItem(u"mnuPrefs"_s, 20)->isChecked());
         QVERIFY(form->menuItem(u"mnuQueueLayout"_s, 20)->isChecked());
-        QVERIFY(!form->menuItem(u"mnuQueueLayout"_s, 10)->isChecked());
-        QVERIFY(!form->lvwSpinlane->isColumnHidden(QueueList::SampleNumColumn));
-        QVERIFY(form->menuItem(u"mnuPrefs"_s, 70)->isVisible());
         // Logged out: only Help is offered.
         QVERIFY(form->picLogin->isVisible());
         QVERIFY(!form->menubarMenu(10)->menuAction()->isVisible());
         QVERIFY(!form->menubarMenu(20)->menuAction()->isVisible());
         QVERIFY(form->menubarMenu(100)->menuAction()->isVisible());
-        QCOMPARE(gExeVersion, programVersion());
         QCOMPARE(gProgramDrive, u"/"_s);
         QVERIFY(gShowWindow);
     }

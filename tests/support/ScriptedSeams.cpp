@@ -30,42 +30,14 @@ QStringList ScriptedMessageBoxes::texts() const
     return result;
 }
 
-QString ScriptedFileDialogs::next()
+QString ScriptedFileDialogs::next(QList<FileDialogRequest>& log, const FileDialogRequest& request)
 {
+    log.append(request);
     if (m_choices.isEmpty()) {
         ++unexpected;
         return {};
     }
     return m_choices.takeFirst();
-}
-
-QString ScriptedFileDialogs::openFile(const FileDialogRequest& request)
-{
-    opened.append(request);
-    return next();
-}
-
-QString ScriptedFileDialogs::saveFile(const FileDialogRequest& request)
-{
-    saved.append(request);
-    return next();
-}
-
-QString MemorySettingsStore::value(const QString& app, const QString& section, const QString& key,
-                                   const QString& defaultValue) const
-{
-    return values.value(app + u'/' + section + u'/' + key, defaultValue);
-}
-
-void MemorySettingsStore::setValue(const QString& app, const QString& section, const QString& key,
-                                   const QString& value)
-{
-    values.insert(app + u'/' + section + u'/' + key, value);
-}
-
-VirtualTime::VirtualTime(const QDateTime& start)
-    : m_now(start)
-{
 }
 
 void VirtualTime::at(const QDateTime& when, std::function<void()> action)

@@ -32,8 +32,8 @@ class ScriptedFileDialogs : public FileDialogs {
 public:
     // The next dialog returns this path; an empty path is a cancel.
     void queueChoice(const QString& path) { m_choices.append(path); }
-    QString openFile(const FileDialogRequest& request) override;
-    QString saveFile(const FileDialogRequest& request) override;
+    QString openFile(const FileDialogRequest& request) override { return next(opened, request); }
+    QString saveFile(const FileDialogRequest& request) override { return next(saved, request); }
 
     QList<FileDialogRequest> opened;
     QList<FileDialogRequest> saved;
@@ -41,16 +41,22 @@ public:
     int unusedChoices() const { return int(m_choices.size()); }
 
 private:
-    QString next();
+    QString next(QList<FileDialogRequest>& log, const FileDialogRequest& request);
     QStringList m_choices;
 };
 
 class MemorySettingsStore : public SettingsStore {
 public:
     QString value(const QString& app, const QString& section, const QString& key,
-                  const QString& defaultValue) const override;
+                  const QString& defaultValue) const override
+    {
+        return values.value(app + u'/' + section + u'/' + key, defaultValue);
+    }
     void setValue(const QString& app, const QString& section, const QString& key,
-                  const QString& value) override;
+                  const QString& value) override
+    {
+        values.insert(app + u'/' + section + u'/' + key, value);
+    }
 
     QMap<QString, QString> values; // "app/section/key" -> value
 };
@@ -59,7 +65,10 @@ public:
 // then runs the actions that have come due (a click on Stop at t = 7 s, a program finishing).
 class VirtualTime : public Clock, public EventPump {
 public:
-    explicit VirtualTime(const QDateTime& start = QDateTime(QDate(2026, 11, 22), QTime(9, 0)));
+    explicit VirtualTime(const QDateTime& start = QDateTime(QDate(2026, 11, 22), QTime(9, 0)))
+        : m_now(start)
+    {
+    }
 
     QDateTime now() const override { return m_now; }
     void waitForEvents(int maxMs) override;
