@@ -125,7 +125,6 @@ private Q_SLOTS:
         const QString sampleClass = QList{QString(), kTubelinkClass, kSampleChangerClass}[mode];
         SimulatedLab lab(kFastLab);
         QVERIFY(lab.isReady() && lab.startConsole());
-
         gSampleControl = mode;
         ConnectPrograms();
         QVERIFY(m_seams->messageBoxes.shown.isEmpty());
@@ -146,9 +145,8 @@ private Q_SLOTS:
         ReleasePrograms();
         QCOMPARE(lab.calls(), mode == 2 ? QStringList({u"Expedra.Quit()"_s, u"Changer.Quit()"_s})
                                         : QStringList({u"Expedra.Quit()"_s}));
-        QVERIFY(lab.waitUntilGone(kExpedraClass));
-        if (mode == 2)
-            QVERIFY(lab.waitUntilGone(kSampleChangerClass));
+        QVERIFY(lab.waitUntilGone(kExpedraClass)
+                && (mode != 2 || lab.waitUntilGone(kSampleChangerClass)));
         QCOMPARE(lab.isRunning(kTubelinkClass), mode == 1);
         QVERIFY(lab.isRunning(kConsoleClass));
     }
