@@ -106,8 +106,8 @@ private Q_SLOTS:
 
     void startsInOrder()
     {
-        auto expedra = std::make_shared<WatchedExpedra>(lab().log);
-        auto changer = std::make_shared<WatchedChanger>(lab().log);
+        auto expedra = std::make_shared<WatchedExpedra>(lab().log, "Expedra");
+        auto changer = std::make_shared<WatchedChanger>(lab().log, "Changer");
         changer->notReadyPolls = 3;
         lab().expedra = expedra;
         lab().changer = changer;

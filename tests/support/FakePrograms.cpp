@@ -67,9 +67,9 @@ double FakeSampleChanger::GetActualSpinRate()
 }
 
 FakeLab::FakeLab()
-    : expedra(std::make_shared<FakeExpedra>(log))
-    , changer(std::make_shared<FakeSampleChanger>(log))
-    , tubelink(std::make_shared<FakeTubelink>(log))
+    : expedra(std::make_shared<FakeExpedra>(log, "Expedra"))
+    , changer(std::make_shared<FakeSampleChanger>(log, "Changer"))
+    , tubelink(std::make_shared<FakeTubelink>(log, "Tubelink"))
     , m_previous(installAutomation(this))
 {
 }

@@ -32,12 +32,14 @@ QString argument(double value);
 
 // Writes a program's calls into the log as "<name>.<operation>(<arguments>)".
 class FakeProgram {
-protected:
+public:
     FakeProgram(CallLog& log, const char* name)
         : m_log(log)
         , m_name(QLatin1StringView(name))
     {
     }
+
+protected:
     void call(const char* operation, const QString& arguments = {});
     template <typename T> T answer(T value, const char* operation)
     {
@@ -52,10 +54,7 @@ private:
 
 class FakeExpedra : public Expedra, private FakeProgram {
 public:
-    explicit FakeExpedra(CallLog& log)
-        : FakeProgram(log, "Expedra")
-    {
-    }
+    using FakeProgram::FakeProgram;
 
     QStringList titles{QStringLiteral("PROTON"), QStringLiteral("CARBON"), QStringLiteral("COSY")};
     QStringList solvents{QStringLiteral("CDCl3"), QStringLiteral("D2O"), QStringLiteral("DMSO")};
@@ -117,10 +116,7 @@ private:
 
 class FakeSampleChanger : public SampleChanger, private FakeProgram {
 public:
-    explicit FakeSampleChanger(CallLog& log)
-        : FakeProgram(log, "Changer")
-    {
-    }
+    using FakeProgram::FakeProgram;
 
     qint32 loadSeconds = 20;
     qint32 ejectSeconds = 10;
@@ -157,14 +153,7 @@ public:
         call("SetSpin", argument(on));
         m_spinning = on;
     }
-    bool IsReady() override
-    {
-        if (notReadyPolls > 0) {
-            --notReadyPolls;
-            return answer(false, "IsReady");
-        }
-        return answer(true, "IsReady");
-    }
+    bool IsReady() override { return answer(notReadyPolls == 0 || !notReadyPolls--, "IsReady"); }
 
 private:
     QDateTime m_loadingUntil;
@@ -176,10 +165,7 @@ private:
 
 class FakeTubelink : public Tubelink, private FakeProgram {
 public:
-    explicit FakeTubelink(CallLog& log)
-        : FakeProgram(log, "Tubelink")
-    {
-    }
+    using FakeProgram::FakeProgram;
     qint32 GetWindowHandle() override { return answer(303, "GetWindowHandle"); }
 };
 

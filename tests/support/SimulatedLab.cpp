@@ -3,6 +3,7 @@
 #include "app/ProfileFile.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
+#include "support/SettingsFiles.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -64,18 +65,14 @@ bool SimulatedLab::startConsole()
 
 QStringList SimulatedLab::calls() const
 {
-    QFile file(m_dir.filePath(u"calls.log"_s));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    return QString::fromUtf8(readFile(m_dir.filePath(u"calls.log"_s)))
+        .split(u'\n', Qt::SkipEmptyParts);
 }
 
 void SimulatedLab::clearCalls()
 {
     // The simulators append, so they go on writing at the new end.
-    QFile file(m_dir.filePath(u"calls.log"_s));
-    if (file.exists())
-        file.resize(0);
+    QFile::resize(m_dir.filePath(u"calls.log"_s), 0);
 }
 
 qint64 SimulatedLab::processId(const QString& className) const

@@ -31,8 +31,6 @@ public:
     // Waits until nobody owns the class's bus name; false when it is still owned at the end.
     bool waitUntilGone(const QString& className, int timeoutMs = 5000) const;
 
-    QString filePath(const QString& name) const { return m_dir.filePath(name); }
-
 private:
     QTemporaryDir m_dir;
     bool m_ready = false;
