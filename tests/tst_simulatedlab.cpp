@@ -248,6 +248,29 @@ private Q_SLOTS:
         QVERIFY(lab.calls().isEmpty());
     }
 
+    // Continue at once after a stop during a load: the stopped load goes on in the changer, and
+    // the run waits for it instead of meeting a busy changer.
+    void continueAfterAStoppedLoadWaitsForTheChanger()
+    {
+        SimulatedLab lab(fastLabWith({{u"Changer"_s, u"LoadSeconds"_s, u"2"_s}}));
+        QVERIFY(lab.isReady() && lab.startConsole());
+        connectPrograms(2);
+        addItem(5, 0);
+        QTimer stopper;
+        connect(&stopper, &QTimer::timeout, this, [&] {
+            if (lab.calls().contains(u"Changer.LoadSample(5)"_s)) {
+                stopper.stop();
+                RequestStop();
+            }
+        });
+        stopper.start(10);
+        guarded(RunQueue);
+        QCOMPARE(statuses(), QStringList{u"Stopped"_s});
+        guarded(ContinueQueue);
+        QCOMPARE(m_seams->messageBoxes.texts(), QStringList());
+        QCOMPARE(statuses(), QStringList{u"Done"_s});
+    }
+
     void sampleChangerTakesItsTime()
     {
         SimulatedLab lab("[Changer]\r\nReadySeconds=2\r\nLoadSeconds=0.3\r\nPositions=12\r\n"
