@@ -93,10 +93,7 @@ private Q_SLOTS:
         QCOMPARE(dateSerial(QDateTime(QDate(2026, 11, 22), QTime(18, 0))), 46348.75);
         // Before the origin the fraction still counts forward from the whole day.
         QCOMPARE(dateSerial(QDateTime(QDate(1899, 12, 29), QTime(6, 0))), -1.25);
-    }
 
-    void generalDate()
-    {
         const QLocale previous;
         QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
         QCOMPARE(spinlane::generalDate(QDateTime(QDate(2026, 11, 22), QTime(14, 5, 9))),

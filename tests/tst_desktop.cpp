@@ -121,10 +121,6 @@ private Q_SLOTS:
                  QString());
         QVERIFY(confirmsOverwrite);
         QCOMPARE(directory, QDir(dir.path()).absolutePath()); // the pattern names a folder
-    }
-
-    void nameFilters()
-    {
         QCOMPARE(qtNameFilters(u"(*.ini)|*.ini|(*.*)|*.*"_s), u"(*.ini);;(*.*)"_s);
         QCOMPARE(qtNameFilters(u"Logs|*.log;*.txt"_s), u"Logs (*.log *.txt)"_s);
     }

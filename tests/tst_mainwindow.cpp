@@ -43,7 +43,6 @@ private Q_SLOTS:
         QCOMPARE(form->pgbSpinlane->maximum(), 3);
 
         click(run); // Continue: the stopped item again, then the rest
-        QCOMPARE(run->text(), u"Run The Queue Again!"_s);
         click(run); // every item is done: each is skipped
         QCOMPARE(experimentsRun(), 4);
         QCOMPARE(run->toolTip(), u"Only to complete the failed items."_s);
@@ -315,10 +314,8 @@ private Q_SLOTS:
         trigger(u"mnuPrefs"_s, 50);
         QVERIFY(!form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
 
-        trigger(u"mnuPrefs"_s, 60); // the selected item's experiment, for watching
-        trigger(u"mnuPrefs"_s, 60);
-        trigger(u"mnuPrefs"_s, 70);
-        trigger(u"mnuPrefs"_s, 70);
+        for (int index : {60, 60, 70, 70}) // 60: the selected item's experiment, for watching
+            trigger(u"mnuPrefs"_s, index);
         QCOMPARE(actions(lab().log.calls),
                  (QStringList{u"Expedra.SetCurrentExperiment(2)"_s,
                               u"Expedra.SetSampleInfo(ann|Chem|Sample 2\\r\\n|)"_s,
@@ -377,20 +374,16 @@ private Q_SLOTS:
         QVERIFY(ItemDialog());
     }
 
-    void progressBarSitsInTheStatusBar()
+    void statusBarAndAboutBox()
     {
-        START_PROGRAM({{}, {}});
+        START_PROGRAM({{}});
         QStatusBar* bar = form->statusBar();
         const QRect progress(form->pgbSpinlane->mapTo(bar, QPoint()), form->pgbSpinlane->size());
         QVERIFY(bar->rect().contains(progress));
         QVERIFY(form->stbPanels[2]->geometry().contains(progress));
         gStatusBar.setText(StatusBar::SpinPanel, u"Spin on: 20.0"_s);
         QCOMPARE(form->stbPanels[4]->text(), u"Spin on: 20.0"_s);
-    }
 
-    void aboutBox()
-    {
-        START_PROGRAM({{}});
         trigger(u"mnuHelp"_s, 10);
         auto* about = form->findChild<frmAbout*>(u"frmAbout"_s);
         QVERIFY(about);

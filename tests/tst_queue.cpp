@@ -23,7 +23,7 @@ class TestQueue : public QObject {
 private Q_SLOTS:
     void init() { resetQueueState(); }
 
-    void listIndexErrorsMarksAndRoles()
+    void indexErrorsMarksAndRoles()
     {
         QueueList list;
         QCOMPARE(list.add(), 1);
@@ -39,6 +39,29 @@ private Q_SLOTS:
         for (int badKey : {-1, 7})
             QCOMPARE(errorNumber([&] { list.sortByColumn(badKey); }),
                      RuntimeError::InvalidPropertyValue);
+        QueueArray queue;
+        for (qint32 bad : {0, 2})
+            QCOMPARE(errorNumber([&] { queue(bad); }), RuntimeError::SubscriptOutOfRange);
+        QCOMPARE(errorNumber([&] { queue.redim(0); }), RuntimeError::SubscriptOutOfRange);
+        QCOMPARE(errorNumber([&] { queue.redimPreserve(0); }), RuntimeError::SubscriptOutOfRange);
+        queue.redim(3);
+        queue(3).ItemSN = u"SN3"_s;
+        queue.redimPreserve(4);
+        QCOMPARE(queue(3).ItemSN, u"SN3"_s);
+        queue.redim(4);
+        QCOMPARE(queue(3).ItemSN, QString());
+
+        for (qint32 badTag : {0, 4}) {
+            makeQueue(3);
+            gQueueList.setTag(2, badTag);
+            QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
+        }
+
+        // More rows than records: stopped before anything moves.
+        makeQueue(3);
+        gQueueList.add();
+        QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
+        QCOMPARE(texts(), (QStringList{u"001"_s, u"002"_s, u"003"_s, u""_s}));
 
         // Every mark reaches the views as a change of its whole row.
         QSignalSpy changed(&list, &QAbstractItemModel::dataChanged);
@@ -158,33 +181,6 @@ private Q_SLOTS:
         makeQueue(1000);
         SyncQueueFromList(0);
         QCOMPARE(serials().mid(99, 3), serialsOf({100, 1000, 101}));
-    }
-
-    void indexErrors()
-    {
-        QueueArray queue;
-        for (qint32 bad : {0, 2})
-            QCOMPARE(errorNumber([&] { queue(bad); }), RuntimeError::SubscriptOutOfRange);
-        QCOMPARE(errorNumber([&] { queue.redim(0); }), RuntimeError::SubscriptOutOfRange);
-        QCOMPARE(errorNumber([&] { queue.redimPreserve(0); }), RuntimeError::SubscriptOutOfRange);
-        queue.redim(3);
-        queue(3).ItemSN = u"SN3"_s;
-        queue.redimPreserve(4);
-        QCOMPARE(queue(3).ItemSN, u"SN3"_s);
-        queue.redim(4);
-        QCOMPARE(queue(3).ItemSN, QString());
-
-        for (qint32 badTag : {0, 4}) {
-            makeQueue(3);
-            gQueueList.setTag(2, badTag);
-            QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
-        }
-
-        // More rows than records: stopped before anything moves.
-        makeQueue(3);
-        gQueueList.add();
-        QCOMPARE(errorNumber([] { SyncQueueFromList(0); }), RuntimeError::SubscriptOutOfRange);
-        QCOMPARE(texts(), (QStringList{u"001"_s, u"002"_s, u"003"_s, u""_s}));
     }
 
     void populatingTheList()

@@ -80,33 +80,25 @@ private Q_SLOTS:
         }
     }
 
-    void queueNumberRule_data()
-    {
-        QTest::addColumn<int>("rows");
-        QTest::addColumn<int>("current");
-        QTest::addColumn<QString>("typed");
-        QTest::addColumn<QString>("shown");
-
-        QTest::newRow("at or before the current item") << 10 << 4 << u"3"_s << u"005"_s;
-        QTest::newRow("beyond the end") << 10 << 4 << u"25"_s << u"011"_s;
-        // Deliberate: compared as shown, and never past one after the last row.
-        QTest::newRow("fraction compared as shown, never at the current")
-            << 10 << 4 << u"4.4"_s << u"005"_s;
-        QTest::newRow("fraction rounded, inside the queue") << 10 << 4 << u"6.5"_s << u"007"_s;
-        QTest::newRow("empty queue: the first place") << 0 << 0 << u"5"_s << u"001"_s;
-        QTest::newRow("current past the end of a damaged file: the end, never past it")
-            << 2 << 7 << u"1"_s << u"003"_s;
-    }
-
     void queueNumberRule()
     {
-        QFETCH(int, rows);
-        QFETCH(int, current);
-        QFETCH(QString, typed);
-        QFETCH(QString, shown);
-        makeQueue(rows);
-        gCurrentQueueNum = current;
-        QCOMPARE(ClampQueueNumber(typed), shown);
+        struct Case {
+            int rows, current;
+            QString typed, shown;
+        };
+        const Case cases[] = {
+            {10, 4, u"3"_s, u"005"_s}, // at or before the current item: after it
+            {10, 4, u"25"_s, u"011"_s}, // beyond the end: one after the last row
+            {10, 4, u"4.4"_s, u"005"_s}, // deliberate: a fraction compared as shown
+            {10, 4, u"6.5"_s, u"007"_s}, // a fraction rounded inside the queue
+            {0, 0, u"5"_s, u"001"_s}, // empty queue: the first place
+            {2, 7, u"1"_s, u"003"_s}, // current past the end of a damaged file: the end
+        };
+        for (const Case& c : cases) {
+            makeQueue(c.rows);
+            gCurrentQueueNum = c.current;
+            QCOMPARE(ClampQueueNumber(c.typed), c.shown);
+        }
     }
 
     void serialNumbersFromTheClock()
