@@ -18,9 +18,9 @@
 #include "runner/RunQueue.h"
 #include "support/ScaledClock.h"
 #include "support/ScriptedSeams.h"
+#include "support/SettingsFiles.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -64,8 +64,7 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "run_queue_on_lab: %s\n", error.what());
         return 1;
     }
-    QFile log(logPath);
-    const QByteArray text = log.open(QIODevice::ReadOnly) ? log.readAll() : QByteArray();
+    const QByteArray text = testing::readFile(logPath);
     std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
     const qsizetype lastBanner = text.lastIndexOf("\r\n[");
     return lastBanner >= 0 && text.mid(lastBanner + 2).startsWith("[Done Spinlane at ") ? 0 : 1;

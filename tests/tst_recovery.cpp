@@ -19,7 +19,6 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QProcess>
-#include <QScopeGuard>
 #include <QTimer>
 
 #include <csignal>
@@ -49,6 +48,21 @@ QString general(const QString& path, const QString& key)
 // The simulated laboratory: each experiment runs a second and a half.
 const QByteArray kLab = "[Experiment 1]\r\nTitle=PROTON\r\nDuration=1.5\r\n";
 
+// While it lives: the real clock (sped up), event pump and laboratory bus, and `end` if given.
+struct RealLabSeams {
+    explicit RealLabSeams(ProgramEnd* end = nullptr)
+        : before(installSeams({nullptr, nullptr, nullptr, &clock, &pump, end}))
+        , fake(installAutomation(&automation))
+    {
+    }
+    ~RealLabSeams() { installSeams(before), installAutomation(fake); }
+    ScaledClock clock{20};
+    QtEventPump pump;
+    DBusAutomation automation{QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000}};
+    const Seams before;
+    AutomationBackend* const fake;
+};
+
 // The child process: the whole program on the test's settings file and the simulated laboratory,
 // with the real event loop and end; a person moves SN3 before SN2, switches Always On Top on
 // and starts the run.
@@ -61,12 +75,8 @@ int runProgram(int argc, char** argv)
     ScriptedSeams scripted; // answers the start-up questions; the clock and pump are real
     scripted.messageBoxes.queueAnswer(MsgAnswer::Ok);
     scripted.fileDialogs.queueChoice(iniPath);
-    ScaledClock clock(20);
-    QtEventPump pump;
     ProcessExit end;
-    installSeams({nullptr, nullptr, nullptr, &clock, &pump, &end});
-    DBusAutomation automation(QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000});
-    installAutomation(&automation);
+    const RealLabSeams real(&end);
     setInstanceLockPath(iniPath + u".instance-lock"_s);
     CloseOnShutdownSignals();
     guarded([] { Main({}); });
@@ -93,6 +103,8 @@ class TestRecovery : public ProgramTest {
     // hand), once its run has reached the second item's experiment.
     bool startRunInChild(QProcess& child, SimulatedLab& lab)
     {
+        if (!lab.isReady() || !lab.startConsole())
+            return false;
         writeFile(program().iniPath(),
                   settingsFile(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s}),
                                {{u"Password"_s, u"secret"_s},
@@ -208,23 +220,12 @@ private Q_SLOTS:
     void killedMidRunComesBack()
     {
         SimulatedLab lab(kLab);
-        QVERIFY(lab.isReady() && lab.startConsole());
         QProcess child;
         QVERIFY(startRunInChild(child, lab));
         ::kill(pid_t(child.processId()), SIGKILL);
         QVERIFY(child.waitForFinished(10000));
 
-        // Started again on the real clock and laboratory.
-        ScaledClock clock(20);
-        QtEventPump pump;
-        DBusAutomation automation(QDBusConnection::sessionBus(),
-                                  DBusAutomation::Timeouts{2000, 10000});
-        const Seams scripted = installSeams({nullptr, nullptr, nullptr, &clock, &pump, nullptr});
-        AutomationBackend* const fake = installAutomation(&automation);
-        const auto restore = qScopeGuard([&] {
-            installSeams(scripted);
-            installAutomation(fake);
-        });
+        const RealLabSeams real; // started again on the real clock and laboratory
         const QDateTime savedAt = QFileInfo(journal()).lastModified();
         frmSpinlane* form = program().restart({}, {MsgAnswer::Yes});
         QVERIFY(form);
@@ -259,7 +260,6 @@ private Q_SLOTS:
     void shutdownSignalSavesTheRun()
     {
         SimulatedLab lab(kLab);
-        QVERIFY(lab.isReady() && lab.startConsole());
         QProcess child;
         QVERIFY(startRunInChild(child, lab));
         ::kill(pid_t(child.processId()), SIGTERM);
