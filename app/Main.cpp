@@ -28,6 +28,7 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QPushButton>
+#include <QThread>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -89,8 +90,12 @@ void closeAfterRun()
         frmSpinlane* form = MainForm();
         if (!form || gStarting)
             EndProgram();
-        if (RunInProgress()) {
-            if (gRunControls.startQueueCaption() == kStopCaption)
+        // Closing from inside a nested event loop (a run's waits, a lab call waiting for its answer,
+        // a message box) would unload the window under the handler that runs it: wait until
+        // only the main loop is left.
+        const bool nested = QThread::currentThread()->loopLevel() > 1;
+        if (RunInProgress() || nested) {
+            if (RunInProgress() && gRunControls.startQueueCaption() == kStopCaption)
                 RequestStop();
             QTimer::singleShot(kEventWaitMs, form, closeAfterRun);
             return;
