@@ -1,4 +1,5 @@
 #include "app/desktop/DesktopSeams.h"
+#include "support/DialogDriver.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -6,50 +7,12 @@
 #include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 #include <QWidget>
-
-#include <functional>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
+using namespace spinlane::testing;
 
-namespace {
-
-// Runs `inspect` on the next dialog of type T from inside its exec() loop: the dialog's show
-// event queues the call, so no timer races the dialog. A dialog still open ten seconds later is
-// rejected and fails the test instead of hanging it.
-template <typename T> void whenShown(std::function<void(T*)> inspect)
-{
-    class ShowFilter : public QObject {
-    public:
-        explicit ShowFilter(std::function<void(T*)> inspect)
-            : m_inspect(std::move(inspect))
-        {
-        }
-        bool eventFilter(QObject* watched, QEvent* event) override
-        {
-            auto* dialog = qobject_cast<T*>(watched);
-            if (event->type() != QEvent::Show || !dialog)
-                return false;
-            QMetaObject::invokeMethod(
-                dialog, [dialog, inspect = m_inspect] { inspect(dialog); }, Qt::QueuedConnection);
-            QTimer::singleShot(10'000, dialog, [dialog] {
-                QTest::qFail("the dialog was still open at its deadline", __FILE__, __LINE__);
-                dialog->reject();
-            });
-            deleteLater();
-            qApp->removeEventFilter(this);
-            return false;
-        }
-
-    private:
-        std::function<void(T*)> m_inspect;
-    };
-    qApp->installEventFilter(new ShowFilter(std::move(inspect)));
-}
-
-} // namespace
 
 class TestDesktop : public QObject {
     Q_OBJECT
@@ -93,14 +56,12 @@ private Q_SLOTS:
         QFile(existing).open(QIODevice::WriteOnly);
         QStringList filters;
         QFileDialog::FileMode mode = QFileDialog::Directory;
+        bool ownDialogs = false;
         whenShown<QFileDialog>([&](QFileDialog* dialog) {
             filters = dialog->nameFilters();
             mode = dialog->fileMode();
-            // The name field takes a selected file only while it has no focus.
-            if (QWidget* focused = dialog->focusWidget())
-                focused->clearFocus();
-            dialog->selectFile(existing);
-            QMetaObject::invokeMethod(dialog, "accept");
+            ownDialogs = dialog->testOption(QFileDialog::DontUseNativeDialog);
+            chooseFile(dialog, existing);
         });
         WidgetFileDialogs dialogs;
         QCOMPARE(dialogs.openFile(
@@ -113,6 +74,7 @@ private Q_SLOTS:
         QString directory;
         whenShown<QFileDialog>([&](QFileDialog* dialog) {
             confirmsOverwrite = !dialog->testOption(QFileDialog::DontConfirmOverwrite);
+            ownDialogs = ownDialogs && dialog->testOption(QFileDialog::DontUseNativeDialog);
             directory = dialog->directory().absolutePath();
             dialog->reject();
         });
@@ -120,6 +82,7 @@ private Q_SLOTS:
                                    dir.filePath(u"*.kvd"_s)}),
                  QString());
         QVERIFY(confirmsOverwrite);
+        QVERIFY(ownDialogs); // the same dialog on every desktop: see README
         QCOMPARE(directory, QDir(dir.path()).absolutePath()); // the pattern names a folder
         QCOMPARE(qtNameFilters(u"(*.ini)|*.ini|(*.*)|*.*"_s), u"(*.ini);;(*.*)"_s);
         QCOMPARE(qtNameFilters(u"Logs|*.log;*.txt"_s), u"Logs (*.log *.txt)"_s);

@@ -4,6 +4,7 @@
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
+#include "support/DialogDriver.h"
 #include "support/ProgramFixture.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
@@ -12,7 +13,6 @@
 #include <QFileDialog>
 #include <QProgressBar>
 #include <QStatusBar>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -244,15 +244,14 @@ private Q_SLOTS:
         const Seams scripted = installSeams(widgets);
         const QString fresh = program().path(u"new.log"_s);
         int dialogsShown = 0;
-        QTimer chooser;
-        connect(&chooser, &QTimer::timeout, [&] {
-            if (auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget())) {
-                ++dialogsShown;
-                dialog->selectFile(fresh);
-                QMetaObject::invokeMethod(dialog, "accept");
-            }
+        const auto choose = [&](QFileDialog* dialog) {
+            ++dialogsShown;
+            chooseFile(dialog, fresh);
+        };
+        whenShown<QFileDialog>([&](QFileDialog* dialog) {
+            whenShown<QFileDialog>(choose); // shown again after the first No
+            choose(dialog);
         });
-        chooser.start(10);
         seams().messageBoxes.queueAnswer(MsgAnswer::No);
         seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
         seams().messageBoxes.shown.clear();

@@ -54,6 +54,13 @@ QString startLocation(const QString& fileName)
     return QFileInfo(fileName).path();
 }
 
+// Qt's own dialog on every desktop. A desktop's native open dialog accepts only files that exist,
+// so a new log file could not be named, and the create prompt would never be reached.
+void useOwnDialog(QFileDialog& dialog)
+{
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+}
+
 } // namespace
 
 MsgAnswer WidgetMessageBoxes::show(const MessageBoxRequest& request)
@@ -68,6 +75,7 @@ QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
 {
     QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
                        qtNameFilters(request.filter));
+    useOwnDialog(dialog);
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     dialog.setFileMode((request.flags & FileMustExist) ? QFileDialog::ExistingFile
                                                        : QFileDialog::AnyFile);
@@ -89,6 +97,7 @@ QString WidgetFileDialogs::saveFile(const FileDialogRequest& request)
 {
     QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
                        qtNameFilters(request.filter));
+    useOwnDialog(dialog);
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setOption(QFileDialog::DontConfirmOverwrite, !(request.flags & OverwritePrompt));
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
