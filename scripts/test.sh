@@ -11,6 +11,8 @@ bash scripts/install-packages.sh build-essential cmake qt6-base-dev xvfb xauth d
   fonts-dejavu-core dpkg-dev file lintian clang libclang-rt-14-dev llvm ccache || exit 1
 
 jobs="$(nproc)"
+# Paths relative to the checkout, so that another clone of the project reuses the compiler cache.
+export CCACHE_BASEDIR="$PWD"
 common=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPINLANE_WERROR=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 passed=()
 failed=()
