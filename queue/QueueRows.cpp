@@ -1,8 +1,8 @@
 #include "queue/QueueRows.h"
 
-#include "app/Conversions.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
 #include "queue/QueueStore.h"
+#include "settings/Settings.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,15 +1,15 @@
 #include "runner/RunQueue.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Settings.h"
-#include "app/wait_in_seconds.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
+#include "core/wait_in_seconds.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunControls.h"
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
+#include "settings/Settings.h"
 
 #include <algorithm>
 

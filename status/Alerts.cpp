@@ -1,10 +1,10 @@
 #include "status/Alerts.h"
 
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
+#include "settings/Settings.h"
 #include "status/RunStatus.h"
 
 #include <QDBusMessage>

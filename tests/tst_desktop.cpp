@@ -1,4 +1,4 @@
-#include "app/desktop/DesktopSeams.h"
+#include "ui/desktop/DesktopSeams.h"
 
 #include <QAbstractButton>
 #include <QApplication>

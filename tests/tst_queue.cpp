@@ -1,8 +1,8 @@
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "settings/Settings.h"
 #include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 

@@ -1,9 +1,9 @@
-#include "app/Session.h"
+#include "queue/Session.h"
 
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
 #include "queue/QueueStore.h"
+#include "settings/Settings.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,14 +1,14 @@
-#include "app/RecoveryJournal.h"
+#include "settings/RecoveryJournal.h"
 
-#include "app/AtomicFile.h"
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
-#include "app/SettingsFile.h"
-#include "app/Startup.h"
+#include "core/AtomicFile.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/Startup.h"
 #include "queue/QueueStore.h"
+#include "queue/SettingsFile.h"
 #include "runner/RunControls.h"
+#include "settings/Settings.h"
 
 #include <QFile>
 #include <QFileInfo>

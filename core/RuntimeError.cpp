@@ -1,7 +1,7 @@
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 
-#include "app/RecoveryJournal.h"
-#include "app/Seams.h"
+#include "core/Seams.h"
+#include "settings/RecoveryJournal.h"
 
 using namespace Qt::StringLiterals;
 

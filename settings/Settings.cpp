@@ -1,16 +1,16 @@
-#include "app/Settings.h"
+#include "settings/Settings.h"
 
-#include "app/AtomicFile.h"
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/RecoveryJournal.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/SettingsFile.h"
-#include "app/SingleInstance.h"
-#include "app/Startup.h"
-#include "app/reg_docs.h"
+#include "core/AtomicFile.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/SingleInstance.h"
+#include "core/Startup.h"
+#include "core/reg_docs.h"
 #include "queue/QueueStore.h"
+#include "queue/SettingsFile.h"
+#include "settings/RecoveryJournal.h"
 
 #include <QFile>
 
