@@ -2,6 +2,7 @@
 
 #include "core/Conversions.h"
 #include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "core/Seams.h"
 #include "queue/QueueRows.h"
@@ -9,7 +10,6 @@
 #include "queue/Session.h"
 #include "queue/SettingsFile.h"
 #include "queue/StatusBar.h"
-#include "settings/Settings.h"
 
 #include <cmath>
 #include <limits>

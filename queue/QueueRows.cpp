@@ -1,8 +1,8 @@
 #include "queue/QueueRows.h"
 
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "queue/QueueStore.h"
-#include "settings/Settings.h"
 
 using namespace Qt::StringLiterals;
 

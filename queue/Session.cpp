@@ -1,9 +1,9 @@
 #include "queue/Session.h"
 
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "core/Seams.h"
 #include "queue/QueueStore.h"
-#include "settings/Settings.h"
 
 using namespace Qt::StringLiterals;
 

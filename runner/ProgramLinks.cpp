@@ -1,8 +1,8 @@
 #include "runner/ProgramLinks.h"
 
+#include "core/ProgramSettings.h"
 #include "core/Seams.h"
 #include "core/wait_in_seconds.h"
-#include "settings/Settings.h"
 
 using namespace Qt::StringLiterals;
 

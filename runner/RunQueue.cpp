@@ -1,6 +1,7 @@
 #include "runner/RunQueue.h"
 
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "core/wait_in_seconds.h"
 #include "queue/QueueStore.h"
@@ -9,7 +10,6 @@
 #include "runner/RunControls.h"
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
-#include "settings/Settings.h"
 
 #include <algorithm>
 

@@ -28,6 +28,8 @@ RecoveryJournal::RecoveryJournal()
     m_timer.setSingleShot(true);
     m_timer.setInterval(kDelayMs);
     connect(&m_timer, &QTimer::timeout, this, &RecoveryJournal::flush);
+    // The journal keeps what it last wrote: the state after a failed step may be half changed.
+    setBeforeRuntimeErrorReport([] { gRecoveryJournal.stop(); });
 }
 
 void RecoveryJournal::start()

@@ -19,18 +19,6 @@ using namespace spinlane::settings;
 
 namespace spinlane {
 
-float gFormTop = 0;
-float gFormLeft = 0;
-QString gIniPath;
-QString gIniVersion;
-bool gAlwaysOnTop = false;
-bool gExpQueueOnly = false;
-QString gAdminPassword;
-qint16 gSampleControl = 0;
-qint16 gQueueLayout = 0;
-qint32 gTotalQueueItems = 0;
-QString gLogFile;
-
 namespace {
 
 bool sameText(const QString& a, const QString& b) { return a.compare(b, Qt::CaseInsensitive) == 0; }
@@ -73,8 +61,6 @@ void readState(const ProfileDocument& file)
 }
 
 } // namespace
-
-QString defaultSettingsPath() { return korvoPath(u"config/Spinlane.INI"_s); }
 
 void LoadSettings()
 {
@@ -181,18 +167,6 @@ void SaveSettings(const std::optional<WindowPosition>& mainWindow)
         return;
     }
     RemoveRecoveryJournal();
-}
-
-void resetSettingsState()
-{
-    gFormTop = gFormLeft = 0;
-    gIniPath.clear();
-    gIniVersion.clear();
-    gAlwaysOnTop = gExpQueueOnly = false;
-    gAdminPassword.clear();
-    gSampleControl = gQueueLayout = 0;
-    gTotalQueueItems = 0;
-    gLogFile.clear();
 }
 
 } // namespace spinlane

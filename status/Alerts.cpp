@@ -2,9 +2,9 @@
 
 #include "core/Conversions.h"
 #include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
-#include "settings/Settings.h"
 #include "status/RunStatus.h"
 
 #include <QDBusMessage>
