@@ -9,6 +9,7 @@
 // clock, so that the wait's length counts in full.
 
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "core/SystemSeams.h"
 #include "queue/QueueStore.h"
@@ -17,7 +18,6 @@
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
-#include "settings/Settings.h"
 #include "support/ScaledClock.h"
 #include "support/SimulatedLab.h"
 

@@ -1,8 +1,8 @@
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
-#include "settings/Settings.h"
 #include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 

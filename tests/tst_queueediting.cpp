@@ -1,4 +1,5 @@
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "queue/QueueEditing.h"
 #include "queue/QueueReorder.h"
@@ -6,7 +7,6 @@
 #include "queue/QueueStore.h"
 #include "queue/Session.h"
 #include "queue/StatusBar.h"
-#include "settings/Settings.h"
 #include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"

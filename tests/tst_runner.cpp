@@ -1,4 +1,5 @@
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "queue/QueueEditing.h"
 #include "queue/QueueReorder.h"
@@ -10,7 +11,6 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "runner/SampleSteps.h"
-#include "settings/Settings.h"
 #include "support/FakePrograms.h"
 #include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"

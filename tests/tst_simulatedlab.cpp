@@ -3,6 +3,7 @@
 // faster than real time.
 
 #include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "core/Startup.h"
 #include "core/SystemSeams.h"
@@ -11,7 +12,6 @@
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunQueue.h"
-#include "settings/Settings.h"
 #include "support/QueueProbe.h"
 #include "support/ScaledClock.h"
 #include "support/ScriptedSeams.h"

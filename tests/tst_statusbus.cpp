@@ -2,13 +2,13 @@
 // laboratory as a bus client and spinlane-status see it, and the alerts of the run.
 
 #include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "core/Startup.h"
 #include "core/SystemSeams.h"
 #include "queue/QueueRows.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunQueue.h"
-#include "settings/Settings.h"
 #include "status/SpinlaneBus.h"
 #include "status/StatusBus.h"
 #include "support/ProgramFixture.h"

@@ -1,11 +1,11 @@
 #pragma once
 
 // With everything a window test reaches for.
+#include "core/ProgramSettings.h"
 #include "core/Startup.h"
 #include "queue/QueueList.h"
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"
-#include "settings/Settings.h"
 #include "support/FakePrograms.h"
 #include "support/QueueProbe.h"
 #include "support/ScriptedSeams.h"
