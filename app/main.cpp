@@ -1,10 +1,10 @@
 #include "app/Main.h"
-#include "app/CommandLine.h"
 #include "app/LaboratoryBackend.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/SystemSeams.h"
-#include "app/desktop/DesktopSeams.h"
+#include "core/CommandLine.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/SystemSeams.h"
+#include "ui/desktop/DesktopSeams.h"
 
 #include <QApplication>
 

@@ -8,12 +8,12 @@
 // run, as medians: once while a step polls its program and once inside a fixed wait, on the real
 // clock, so that the wait's length counts in full.
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Session.h"
-#include "app/Settings.h"
-#include "app/SystemSeams.h"
+#include "core/Conversions.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/SystemSeams.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"

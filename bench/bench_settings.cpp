@@ -1,11 +1,11 @@
 // Times the whole-queue operations: loading and saving a 999-item settings file, parsing a file
 // of 100000 sections and rebuilding the queue from a 999-row list. Prints medians over runs.
 
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/Startup.h"
 #include "queue/QueueStore.h"
+#include "settings/Settings.h"
 #include "support/ScriptedSeams.h"
 
 #include <QCoreApplication>

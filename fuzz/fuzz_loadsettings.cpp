@@ -1,11 +1,11 @@
 // Start-up's loader on arbitrary settings-file bytes, with scripted seams that answer every
 // question Yes, so nothing blocks. Loading either fills the program state or ends with a
 // run-time error report; anything else (a crash, undefined behaviour, a leak) is a fault.
-#include "app/RuntimeError.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
+#include "core/RuntimeError.h"
+#include "core/Startup.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "settings/Settings.h"
 #include "support/ScriptedSeams.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 // The settings-file engine on arbitrary bytes: parsing keeps every byte, and whatever a series of
 // writes and clears leaves in memory reads back the same after the document is written and
 // parsed again.
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
 
 #include <cstdint>
 #include <cstdlib>

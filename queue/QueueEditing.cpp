@@ -1,14 +1,14 @@
 #include "queue/QueueEditing.h"
 
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Session.h"
-#include "app/Settings.h"
-#include "app/SettingsFile.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
+#include "queue/SettingsFile.h"
 #include "queue/StatusBar.h"
 
 #include <cmath>

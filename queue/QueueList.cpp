@@ -1,7 +1,7 @@
 #include "queue/QueueList.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
 
 #include <QColor>
 #include <QFont>

@@ -1,7 +1,7 @@
 #include "queue/QueueRows.h"
 
-#include "app/Conversions.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
+#include "core/ProgramSettings.h"
 #include "queue/QueueStore.h"
 
 using namespace Qt::StringLiterals;

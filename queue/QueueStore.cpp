@@ -1,7 +1,7 @@
 #include "queue/QueueStore.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
 
 namespace spinlane {
 

@@ -1,7 +1,7 @@
 #include "queue/StatusBar.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
 #include "queue/QueueStore.h"
 
 using namespace Qt::StringLiterals;

@@ -1,6 +1,6 @@
 #include "runner/DBusAutomation.h"
 
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 #include "runner/LabBus.h"
 
 #include <QDBusMessage>

@@ -1,8 +1,8 @@
 #include "runner/ProgramLinks.h"
 
-#include "app/Seams.h"
-#include "app/Settings.h"
-#include "app/wait_in_seconds.h"
+#include "core/ProgramSettings.h"
+#include "core/Seams.h"
+#include "core/wait_in_seconds.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 #include "runner/Programs.h"
 
 // The links to the laboratory programs, made at start-up and again when the sample handling

@@ -1,11 +1,11 @@
 #include "runner/RunLog.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Session.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
 
 #include <QFile>
 

@@ -1,9 +1,9 @@
 #include "runner/RunQueue.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Settings.h"
-#include "app/wait_in_seconds.h"
+#include "core/Conversions.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/wait_in_seconds.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"

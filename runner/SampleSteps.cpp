@@ -1,8 +1,8 @@
 #include "runner/SampleSteps.h"
 
-#include "app/Conversions.h"
-#include "app/Seams.h"
-#include "app/wait_in_seconds.h"
+#include "core/Conversions.h"
+#include "core/Seams.h"
+#include "core/wait_in_seconds.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"

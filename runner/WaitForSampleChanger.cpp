@@ -1,7 +1,7 @@
 #include "runner/WaitForSampleChanger.h"
 
-#include "app/Seams.h"
-#include "app/wait_in_seconds.h"
+#include "core/Seams.h"
+#include "core/wait_in_seconds.h"
 #include "runner/ProgramLinks.h"
 
 namespace spinlane {

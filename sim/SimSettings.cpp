@@ -1,8 +1,8 @@
 #include "sim/SimSettings.h"
 
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/RuntimeError.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/RuntimeError.h"
 
 #include <cstdio>
 #include <optional>

@@ -2,7 +2,7 @@
 // tubelink. It takes its bus name, shows its window and serves until it is told to quit or the
 // bus goes away. The bus starts it through the .service files the build generates.
 
-#include "app/CommandLine.h"
+#include "core/CommandLine.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
 #include "sim/ChangerWindow.h"

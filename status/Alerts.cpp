@@ -1,8 +1,8 @@
 #include "status/Alerts.h"
 
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/Settings.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
 #include "status/RunStatus.h"

@@ -1,7 +1,7 @@
 #include "status/RunStatus.h"
 
-#include "app/Conversions.h"
-#include "app/Seams.h"
+#include "core/Conversions.h"
+#include "core/Seams.h"
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"
 

@@ -6,16 +6,16 @@
 //
 // Exits with 0 when the run log ends with the done banner.
 
-#include "app/RuntimeError.h"
-#include "app/Session.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
+#include "core/RuntimeError.h"
+#include "core/Startup.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
+#include "settings/Settings.h"
 #include "support/ScaledClock.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"

@@ -1,5 +1,5 @@
-#include "app/desktop/DesktopSeams.h"
 #include "support/DialogDriver.h"
+#include "ui/desktop/DesktopSeams.h"
 
 #include <QAbstractButton>
 #include <QApplication>

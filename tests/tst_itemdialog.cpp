@@ -1,4 +1,4 @@
-#include "app/Conversions.h"
+#include "core/Conversions.h"
 #include "queue/StatusBar.h"
 #include "support/ProgramFixture.h"
 

@@ -1,5 +1,4 @@
-#include "app/Session.h"
-#include "app/desktop/DesktopSeams.h"
+#include "queue/Session.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
@@ -8,6 +7,7 @@
 #include "support/ProgramFixture.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
+#include "ui/desktop/DesktopSeams.h"
 #include "ui/frmAbout.h"
 
 #include <QFileDialog>

@@ -2,15 +2,15 @@
 // on a shutdown signal and saves that fail part way. The end-to-end cases run the program in a
 // child process against the simulated laboratory and kill it there.
 
-#include "app/Conversions.h"
 #include "app/Main.h"
-#include "app/RecoveryJournal.h"
-#include "app/RuntimeError.h"
-#include "app/SettingsFile.h"
-#include "app/SingleInstance.h"
-#include "app/SystemSeams.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
+#include "core/SingleInstance.h"
+#include "core/SystemSeams.h"
+#include "queue/SettingsFile.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
+#include "settings/RecoveryJournal.h"
 #include "support/ProgramFixture.h"
 #include "support/ScaledClock.h"
 #include "support/SimulatedLab.h"

@@ -2,13 +2,13 @@
 // the bus, driven through the D-Bus backend by the real runner on a clock that runs 20 times
 // faster than real time.
 
-#include "app/ProfileFile.h"
-#include "app/RuntimeError.h"
-#include "app/Session.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
-#include "app/SystemSeams.h"
+#include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/Startup.h"
+#include "core/SystemSeams.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunQueue.h"

@@ -1,5 +1,5 @@
 #include "app/Main.h"
-#include "app/SingleInstance.h"
+#include "core/SingleInstance.h"
 #include "support/ProgramFixture.h"
 
 #include <QLockFile>

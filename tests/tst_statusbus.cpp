@@ -1,10 +1,10 @@
 // Spinlane on the session bus: its class name, the status of a real run against the simulated
 // laboratory as a bus client and spinlane-status see it, and the alerts of the run.
 
-#include "app/Conversions.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
-#include "app/SystemSeams.h"
+#include "core/Conversions.h"
+#include "core/ProgramSettings.h"
+#include "core/Startup.h"
+#include "core/SystemSeams.h"
 #include "queue/QueueRows.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"

@@ -1,6 +1,6 @@
-#include "app/RuntimeError.h"
-#include "app/SystemSeams.h"
-#include "app/wait_in_seconds.h"
+#include "core/RuntimeError.h"
+#include "core/SystemSeams.h"
+#include "core/wait_in_seconds.h"
 #include "support/ScriptedSeams.h"
 
 #include <QElapsedTimer>

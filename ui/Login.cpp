@@ -1,8 +1,8 @@
 #include "ui/Login.h"
 
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Session.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "queue/Session.h"
 #include "ui/WindowLayout.h"
 #include "ui/frmSpinlane.h"
 

@@ -2,19 +2,19 @@
 // into a setting and acted on at once.
 #include "ui/frmSpinlane.h"
 
-#include "app/Conversions.h"
-#include "app/RecoveryJournal.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
-#include "app/desktop/DesktopSeams.h"
-#include "app/reg_docs.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/reg_docs.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 #include "runner/WaitForSampleChanger.h"
+#include "settings/RecoveryJournal.h"
+#include "settings/Settings.h"
+#include "ui/desktop/DesktopSeams.h"
 
 #include <QAction>
 #include <QFileInfo>

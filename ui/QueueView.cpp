@@ -1,6 +1,6 @@
 #include "ui/QueueView.h"
 
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 #include "queue/QueueList.h"
 #include "queue/QueueReorder.h"
 #include "queue/QueueStore.h"

@@ -1,10 +1,10 @@
 #include "ui/frmAbout.h"
 
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
-#include "app/Startup.h"
-#include "app/desktop/DesktopSeams.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/Startup.h"
+#include "settings/Settings.h"
+#include "ui/desktop/DesktopSeams.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

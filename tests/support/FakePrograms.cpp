@@ -1,7 +1,7 @@
 #include "support/FakePrograms.h"
 
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,7 +1,7 @@
 #include "support/ProgramFixture.h"
 
 #include "app/Main.h"
-#include "app/SingleInstance.h"
+#include "core/SingleInstance.h"
 
 using namespace Qt::StringLiterals;
 

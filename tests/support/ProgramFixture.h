@@ -1,8 +1,8 @@
 #pragma once
 
 // With everything a window test reaches for.
-#include "app/Settings.h"
-#include "app/Startup.h"
+#include "core/ProgramSettings.h"
+#include "core/Startup.h"
 #include "queue/QueueList.h"
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"

@@ -1,6 +1,6 @@
 #include "support/QueueProbe.h"
 
-#include "app/Conversions.h"
+#include "core/Conversions.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/Seams.h"
+#include "core/Seams.h"
 
 #include <QElapsedTimer>
 

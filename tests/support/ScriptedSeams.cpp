@@ -1,6 +1,6 @@
 #include "support/ScriptedSeams.h"
 
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 
 #include <QTest>
 

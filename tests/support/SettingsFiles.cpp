@@ -1,6 +1,6 @@
 #include "support/SettingsFiles.h"
 
-#include "app/Startup.h"
+#include "core/Startup.h"
 
 #include <QDir>
 #include <QFile>

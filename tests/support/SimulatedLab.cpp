@@ -1,6 +1,6 @@
 #include "support/SimulatedLab.h"
 
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
 #include "runner/LabBus.h"
 #include "runner/Programs.h"
 #include "support/SettingsFiles.h"

@@ -1,12 +1,12 @@
 // spinlane-ini: reads and changes Spinlane's settings file from scripts, with the same engine
 // and the same reading rule as the program, so the two never disagree about the file.
 
-#include "app/CommandLine.h"
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/RuntimeError.h"
-#include "app/SettingsFile.h"
-#include "app/TextTable.h"
+#include "core/CommandLine.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/RuntimeError.h"
+#include "core/TextTable.h"
+#include "queue/SettingsFile.h"
 #include "tools/Console.h"
 
 #include <QCoreApplication>

@@ -5,9 +5,9 @@
 //
 //     spinlane-screenshots [OUTPUT-FOLDER]     (default: screenshots)
 #include "app/Main.h"
-#include "app/Seams.h"
-#include "app/SingleInstance.h"
-#include "app/Startup.h"
+#include "core/Seams.h"
+#include "core/SingleInstance.h"
+#include "core/Startup.h"
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"
 #include "support/FakePrograms.h"

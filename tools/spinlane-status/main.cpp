@@ -1,8 +1,8 @@
 // spinlane-status: the live status of the Spinlane that runs on this session bus, for a terminal
 // or a watchdog script.
 
-#include "app/CommandLine.h"
-#include "app/TextTable.h"
+#include "core/CommandLine.h"
+#include "core/TextTable.h"
 #include "status/StatusBus.h"
 #include "tools/Console.h"
 

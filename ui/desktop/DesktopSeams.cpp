@@ -1,6 +1,6 @@
-#include "app/desktop/DesktopSeams.h"
+#include "ui/desktop/DesktopSeams.h"
 
-#include "app/stay_on_top.h"
+#include "core/stay_on_top.h"
 
 #include <QApplication>
 #include <QFileDialog>

@@ -1,6 +1,6 @@
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
 
-#include "app/AtomicFile.h"
+#include "core/AtomicFile.h"
 
 #include <QFile>
 #include <QFileInfo>

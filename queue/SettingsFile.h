@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
 #include "queue/QueueItem.h"
 
 // The layout of the settings file: its section and key names, the rule by which every value is

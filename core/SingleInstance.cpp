@@ -1,6 +1,6 @@
-#include "app/SingleInstance.h"
+#include "core/SingleInstance.h"
 
-#include "app/Seams.h"
+#include "core/Seams.h"
 
 #include <QDir>
 #include <QLockFile>

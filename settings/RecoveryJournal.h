@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
 
 #include <QDateTime>
 #include <QObject>

@@ -1,4 +1,4 @@
-#include "app/SystemSeams.h"
+#include "core/SystemSeams.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>

@@ -55,6 +55,9 @@ QString runtimeErrorText(const RuntimeError& error);
 // without saving, with exit status 1; the recovery journal stays as it was last written.
 [[noreturn]] void reportRuntimeError(const RuntimeError& error);
 
+// Runs first when a run-time error is reported: the recovery journal stops writing there.
+void setBeforeRuntimeErrorReport(void (*hook)());
+
 // Wraps every event handler and main: no exception ever unwinds into Qt's own frames.
 template <typename Handler> void guarded(Handler&& handler) noexcept
 {

@@ -1,16 +1,16 @@
-#include "app/Settings.h"
+#include "settings/Settings.h"
 
-#include "app/AtomicFile.h"
-#include "app/Conversions.h"
-#include "app/ProfileFile.h"
-#include "app/RecoveryJournal.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/SettingsFile.h"
-#include "app/SingleInstance.h"
-#include "app/Startup.h"
-#include "app/reg_docs.h"
+#include "core/AtomicFile.h"
+#include "core/Conversions.h"
+#include "core/ProfileFile.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/SingleInstance.h"
+#include "core/Startup.h"
+#include "core/reg_docs.h"
 #include "queue/QueueStore.h"
+#include "queue/SettingsFile.h"
+#include "settings/RecoveryJournal.h"
 
 #include <QFile>
 
@@ -18,18 +18,6 @@ using namespace Qt::StringLiterals;
 using namespace spinlane::settings;
 
 namespace spinlane {
-
-float gFormTop = 0;
-float gFormLeft = 0;
-QString gIniPath;
-QString gIniVersion;
-bool gAlwaysOnTop = false;
-bool gExpQueueOnly = false;
-QString gAdminPassword;
-qint16 gSampleControl = 0;
-qint16 gQueueLayout = 0;
-qint32 gTotalQueueItems = 0;
-QString gLogFile;
 
 namespace {
 
@@ -73,8 +61,6 @@ void readState(const ProfileDocument& file)
 }
 
 } // namespace
-
-QString defaultSettingsPath() { return korvoPath(u"config/Spinlane.INI"_s); }
 
 void LoadSettings()
 {
@@ -181,18 +167,6 @@ void SaveSettings(const std::optional<WindowPosition>& mainWindow)
         return;
     }
     RemoveRecoveryJournal();
-}
-
-void resetSettingsState()
-{
-    gFormTop = gFormLeft = 0;
-    gIniPath.clear();
-    gIniVersion.clear();
-    gAlwaysOnTop = gExpQueueOnly = false;
-    gAdminPassword.clear();
-    gSampleControl = gQueueLayout = 0;
-    gTotalQueueItems = 0;
-    gLogFile.clear();
 }
 
 } // namespace spinlane

@@ -1,14 +1,14 @@
-#include "app/RecoveryJournal.h"
+#include "settings/RecoveryJournal.h"
 
-#include "app/AtomicFile.h"
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
-#include "app/SettingsFile.h"
-#include "app/Startup.h"
+#include "core/AtomicFile.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
+#include "core/Startup.h"
 #include "queue/QueueStore.h"
+#include "queue/SettingsFile.h"
 #include "runner/RunControls.h"
+#include "settings/Settings.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -28,6 +28,8 @@ RecoveryJournal::RecoveryJournal()
     m_timer.setSingleShot(true);
     m_timer.setInterval(kDelayMs);
     connect(&m_timer, &QTimer::timeout, this, &RecoveryJournal::flush);
+    // The journal keeps what it last wrote: the state after a failed step may be half changed.
+    setBeforeRuntimeErrorReport([] { gRecoveryJournal.stop(); });
 }
 
 void RecoveryJournal::start()

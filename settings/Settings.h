@@ -1,26 +1,14 @@
 #pragma once
 
-#include "app/ProfileFile.h"
+#include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 
 #include <QString>
 
 #include <optional>
 
-// The program's settings, loaded from the settings file and the per-user store at start-up and
-// written back when the main window closes.
+// Loading and saving the program's settings.
 namespace spinlane {
-
-extern float gFormTop; // main window's top edge, twips
-extern float gFormLeft; // main window's left edge, twips
-extern QString gIniPath;
-extern QString gIniVersion; // "Version Number" as the file held it at start-up
-extern bool gAlwaysOnTop;
-extern bool gExpQueueOnly;
-extern QString gAdminPassword; // only ever read: set by editing the file
-extern qint16 gSampleControl; // 1 single-sample interface, 2 sample changer, else none
-extern qint16 gQueueLayout; // 1 list view, 2 tree view
-extern qint32 gTotalQueueItems;
-extern QString gLogFile;
 
 // Locates the settings file (asking the user unless the remembered path is the default one),
 // checks its version against the program's and reads the settings and the whole queue into
@@ -45,8 +33,5 @@ ProfileDocument settingsDocument();
 // password) and stale item sections stay as they are. Then the recovery journal is removed; when
 // the file cannot be written, a warning names the file and the reason, and the journal stays.
 void SaveSettings(const std::optional<WindowPosition>& mainWindow);
-
-QString defaultSettingsPath();
-void resetSettingsState();
 
 } // namespace spinlane

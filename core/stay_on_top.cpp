@@ -1,4 +1,4 @@
-#include "app/stay_on_top.h"
+#include "core/stay_on_top.h"
 
 #include <QWindow>
 

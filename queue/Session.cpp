@@ -1,8 +1,8 @@
-#include "app/Session.h"
+#include "queue/Session.h"
 
-#include "app/RuntimeError.h"
-#include "app/Seams.h"
-#include "app/Settings.h"
+#include "core/ProgramSettings.h"
+#include "core/RuntimeError.h"
+#include "core/Seams.h"
 #include "queue/QueueStore.h"
 
 using namespace Qt::StringLiterals;

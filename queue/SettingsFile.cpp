@@ -1,7 +1,7 @@
-#include "app/SettingsFile.h"
+#include "queue/SettingsFile.h"
 
-#include "app/Conversions.h"
-#include "app/RuntimeError.h"
+#include "core/Conversions.h"
+#include "core/RuntimeError.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,6 +1,6 @@
-#include "app/reg_docs.h"
+#include "core/reg_docs.h"
 
-#include "app/Seams.h"
+#include "core/Seams.h"
 
 using namespace Qt::StringLiterals;
 

@@ -1,7 +1,7 @@
-#include "app/Seams.h"
+#include "core/Seams.h"
 
-#include "app/RuntimeError.h"
-#include "app/SystemSeams.h"
+#include "core/RuntimeError.h"
+#include "core/SystemSeams.h"
 
 #include <cstdio>
 

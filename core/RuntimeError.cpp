@@ -1,11 +1,14 @@
-#include "app/RuntimeError.h"
+#include "core/RuntimeError.h"
 
-#include "app/RecoveryJournal.h"
-#include "app/Seams.h"
+#include "core/Seams.h"
 
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
+
+namespace {
+void (*gBeforeReport)() = nullptr;
+}
 
 RuntimeError::RuntimeError(qint32 number)
     : RuntimeError(number, standardDescription(number))
@@ -49,10 +52,12 @@ QString runtimeErrorText(const RuntimeError& error)
 
 void reportRuntimeError(const RuntimeError& error)
 {
-    // The journal keeps what it last wrote: the state after a failed step may be half changed.
-    gRecoveryJournal.stop();
+    if (gBeforeReport)
+        gBeforeReport();
     msgBox(runtimeErrorText(error), MsgButtons::Ok, MsgIcon::Critical);
     EndProgram(1);
 }
+
+void setBeforeRuntimeErrorReport(void (*hook)()) { gBeforeReport = hook; }
 
 } // namespace spinlane

@@ -1,6 +1,6 @@
-#include "app/wait_in_seconds.h"
+#include "core/wait_in_seconds.h"
 
-#include "app/Seams.h"
+#include "core/Seams.h"
 
 namespace spinlane {
 
