@@ -4,6 +4,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStringDecoder>
+#include <QStringEncoder>
 #include <QVarLengthArray>
 
 #include <algorithm>
@@ -28,6 +30,7 @@ struct ProfileDocument::Line {
     Kind kind = Blank;
     bool added = false;
     bool asciiName = true;
+    bool windows1252 = false; // the line is not UTF-8
 };
 
 struct ProfileDocument::Section {
@@ -57,20 +60,81 @@ bool isAscii(const char* p, qsizetype n)
     return true;
 }
 
-// Files written by Spinlane are UTF-8; older ones were written in a Windows ANSI code page,
-// read here as Latin-1.
-QString decodeText(const char* p, qsizetype n)
+// Code page 1252 from 0x80 to 0x9F, where it differs from Latin-1. The five bytes it leaves
+// undefined stand for the code points of the same number, so that they are written back as they
+// were.
+constexpr char16_t kWindows1252[32] = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+
+QString fromWindows1252(const char* p, qsizetype n)
 {
-    if (isAscii(p, n) || !QByteArrayView(p, n).isValidUtf8())
-        return QString::fromLatin1(p, n);
-    return QString::fromUtf8(p, n);
+    QString text = QString::fromLatin1(p, n);
+    for (QChar& c : text) {
+        if (c.unicode() >= 0x80 && c.unicode() < 0xA0)
+            c = QChar(kWindows1252[c.unicode() - 0x80]);
+    }
+    return text;
 }
 
-bool decodedEquals(const char* p, qsizetype n, QStringView text)
+// Nothing when code page 1252 lacks a character of `text`.
+std::optional<QByteArray> toWindows1252(QStringView text)
+{
+    QByteArray bytes(text.size(), Qt::Uninitialized);
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) {
+            bytes[i] = char(c);
+            continue;
+        }
+        const char16_t* found = std::find(std::begin(kWindows1252), std::end(kWindows1252), c);
+        if (found == std::end(kWindows1252))
+            return std::nullopt;
+        bytes[i] = char(0x80 + (found - std::begin(kWindows1252)));
+    }
+    return bytes;
+}
+
+// Unlike QString::fromUtf8, keeps a U+FEFF at the start: only the file's first one is a mark.
+QString fromUtf8(QByteArrayView bytes)
+{
+    return QStringDecoder(QStringDecoder::Utf8,
+                          QStringDecoder::Flag::Stateless
+                              | QStringDecoder::Flag::ConvertInitialBom)(bytes);
+}
+
+QByteArray toUtf16(QByteArrayView utf8, QStringConverter::Encoding byteOrder)
+{
+    return QStringEncoder(byteOrder, QStringEncoder::Flag::Stateless)(fromUtf8(utf8));
+}
+
+// The text after a UTF-16 byte-order mark as UTF-8, or nothing when it is not well-formed UTF-16
+// (an odd byte, half a surrogate pair), so that the UTF-8 would not give back the same bytes.
+std::optional<QByteArray> utf16AsUtf8(QByteArrayView wide, QStringConverter::Encoding byteOrder)
+{
+    const QString text = QStringDecoder(
+        byteOrder, QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom)(wide);
+    QByteArray utf8 = text.toUtf8();
+    if (toUtf16(utf8, byteOrder) != wide)
+        return std::nullopt;
+    return utf8;
+}
+
+// Each line is UTF-8 when it is valid UTF-8 (an ASCII line is both), and code page 1252
+// otherwise.
+QString decodeText(const char* p, qsizetype n, bool windows1252)
+{
+    if (isAscii(p, n))
+        return QString::fromLatin1(p, n);
+    return windows1252 ? fromWindows1252(p, n) : fromUtf8(QByteArrayView(p, n));
+}
+
+bool decodedEquals(const char* p, qsizetype n, bool windows1252, QStringView text)
 {
     if (isAscii(p, n))
         return QLatin1StringView(p, n) == text;
-    return decodeText(p, n) == text;
+    return decodeText(p, n, windows1252) == text;
 }
 
 char asciiFold(char c) { return c >= 'A' && c <= 'Z' ? char(c + ('a' - 'A')) : c; }
@@ -95,11 +159,6 @@ QString withoutLineBreaks(QStringView text)
             c = u' ';
     }
     return result;
-}
-
-QByteArray writtenBytes(QStringView text)
-{
-    return hasLineBreak(text) ? withoutLineBreaks(text).toUtf8() : text.toUtf8();
 }
 
 // FNV-1a: much cheaper than Qt's string hash on names this short.
@@ -157,9 +216,9 @@ private:
     QVarLengthArray<QChar, 64> m_folded;
 };
 
-QString foldedText(const char* p, qsizetype n)
+QString foldedText(const char* p, qsizetype n, bool windows1252)
 {
-    const QString text = decodeText(p, n);
+    const QString text = decodeText(p, n, windows1252);
     return FoldedName(text).folded().toString();
 }
 
@@ -180,6 +239,31 @@ QString cutToReadLimit(QString text)
     return text;
 }
 
+QString entryText(QString name, QStringView value)
+{
+    name += u'=';
+    name += value;
+    return name;
+}
+
+// Quotes around a value are removed once.
+QString unquoted(QString text)
+{
+    if (text.size() > 1 && (text.front() == u'"' || text.front() == u'\'')
+        && text.back() == text.front()) {
+        text.chop(1);
+        text.remove(0, 1);
+    }
+    return text;
+}
+
+// Where the first NUL in [begin, end) is, or end.
+qsizetype endAtNul(const char* p, qsizetype begin, qsizetype end)
+{
+    const void* nul = std::memchr(p + begin, 0, size_t(end - begin));
+    return nul ? static_cast<const char*>(nul) - p : end;
+}
+
 qsizetype contentLength(const char* p, qsizetype length)
 {
     while (length > 0 && isLineEnd(p[length - 1]))
@@ -193,8 +277,6 @@ qsizetype contentLength(const char* p, qsizetype length)
 void ProfileDocument::parseContent(Line& line, const char* p, qsizetype length)
 {
     length = std::min<qsizetype>(length, std::numeric_limits<qint32>::max());
-    if (const void* nul = std::memchr(p, 0, size_t(length)))
-        length = static_cast<const char*>(nul) - p;
     qsizetype b = 0, e = length;
     while (b < e && isBlank(p[b]))
         ++b;
@@ -208,6 +290,8 @@ void ProfileDocument::parseContent(Line& line, const char* p, qsizetype length)
         line.asciiName = true;
         return;
     }
+    // A NUL ends the name or the value it is in.
+    const qsizetype nul = endAtNul(p, b, e);
     qsizetype nameBegin = b, nameEnd = e;
     line.kind = Line::Entry;
     if (p[b] == '[') {
@@ -229,11 +313,13 @@ void ProfileDocument::parseContent(Line& line, const char* p, qsizetype length)
             while (valueBegin < e && isBlank(p[valueBegin]))
                 ++valueBegin;
             line.valueStart = qint32(valueBegin);
-            line.valueLength = qint32(e - valueBegin);
+            const qsizetype valueEnd = nul >= valueBegin ? nul : endAtNul(p, valueBegin, e);
+            line.valueLength = qint32(valueEnd - valueBegin);
         }
     }
     while (nameEnd > nameBegin && isBlank(p[nameEnd - 1]))
         --nameEnd;
+    nameEnd = std::min(nameEnd, nul);
     line.nameStart = qint32(nameBegin);
     line.nameLength = qint32(nameEnd - nameBegin);
     line.asciiName = isAscii(p + nameBegin, nameEnd - nameBegin);
@@ -254,13 +340,30 @@ ProfileDocument& ProfileDocument::operator=(ProfileDocument&&) noexcept = defaul
 ProfileDocument ProfileDocument::fromBytes(const QByteArray& bytes)
 {
     ProfileDocument doc;
-    doc.m_source = bytes;
+    const bool littleEndian = bytes.startsWith("\xFF\xFE");
+    if (littleEndian || bytes.startsWith("\xFE\xFF")) {
+        const auto byteOrder = littleEndian ? QStringConverter::Utf16LE : QStringConverter::Utf16BE;
+        if (std::optional<QByteArray> text =
+                utf16AsUtf8(QByteArrayView(bytes).sliced(2), byteOrder)) {
+            doc.m_encoding = littleEndian ? Encoding::Utf16LE : Encoding::Utf16BE;
+            doc.parse(*text, 0);
+            return doc;
+        }
+    }
+    doc.parse(bytes, bytes.startsWith("\xEF\xBB\xBF") ? 3 : 0);
+    return doc;
+}
+
+void ProfileDocument::parse(const QByteArray& bytes, qsizetype bomLength)
+{
+    m_source = bytes;
+    m_bomLength = bomLength;
     const char* data = bytes.constData();
     const qsizetype size = bytes.size();
-    if (bytes.startsWith("\xEF\xBB\xBF"))
-        doc.m_bomLength = 3;
+    // Nearly every file is UTF-8 throughout; only the others need a look at each line.
+    const bool allUtf8 = QByteArrayView(bytes).sliced(bomLength).isValidUtf8();
 
-    qsizetype pos = doc.m_bomLength;
+    qsizetype pos = bomLength;
     while (pos < size) {
         qsizetype contentEnd = pos;
         while (contentEnd < size && !isLineEnd(data[contentEnd]))
@@ -273,18 +376,22 @@ ProfileDocument ProfileDocument::fromBytes(const QByteArray& bytes)
         line.start = pos;
         line.length = end - pos;
         parseContent(line, data + pos, contentEnd - pos);
+        if (!allUtf8 && !QByteArrayView(data + pos, contentEnd - pos).isValidUtf8()) {
+            line.windows1252 = true;
+            m_encoding = Encoding::Windows1252;
+        }
         if (line.kind == Line::Header) {
             // Sections of one file tend to be alike in size.
-            const size_t expected = doc.m_sections.back().lines.size();
-            Section& section = doc.m_sections.emplace_back();
+            const size_t expected = m_sections.back().lines.size();
+            Section& section = m_sections.emplace_back();
             section.lines.reserve(expected);
-            section.foldedName = foldedText(data + pos + line.nameStart, line.nameLength);
-            doc.indexSection(int(doc.m_sections.size() - 1));
+            section.foldedName =
+                foldedText(data + pos + line.nameStart, line.nameLength, line.windows1252);
+            indexSection(int(m_sections.size() - 1));
         }
-        doc.m_sections.back().lines.push_back(line);
+        m_sections.back().lines.push_back(line);
         pos = end;
     }
-    return doc;
 }
 
 ProfileDocument ProfileDocument::load(const QString& path)
@@ -341,7 +448,7 @@ int ProfileDocument::findKey(const Section& section, QStringView foldedKey) cons
                 ++k;
             if (k == line.nameLength)
                 return int(i);
-        } else if (foldedText(name, line.nameLength) == foldedKey) {
+        } else if (foldedText(name, line.nameLength, line.windows1252) == foldedKey) {
             return int(i);
         }
     }
@@ -361,19 +468,15 @@ std::optional<QString> ProfileDocument::value(QStringView section, QStringView k
     const Line& line = sec.lines[size_t(k)];
     if (line.valueStart < 0)
         return std::nullopt;
-    QString text = decodeText(lineData(line) + line.valueStart, line.valueLength);
-    if (text.size() > 1 && (text.front() == u'"' || text.front() == u'\'')
-        && text.back() == text.front()) {
-        text.chop(1);
-        text.remove(0, 1);
-    }
-    return text;
+    return unquoted(
+        decodeText(lineData(line) + line.valueStart, line.valueLength, line.windows1252));
 }
 
 QString ProfileDocument::readString(QStringView section, QStringView key,
                                     const QString& defaultValue) const
 {
-    return cutToReadLimit(value(section, key).value_or(defaultValue));
+    std::optional<QString> text = value(section, key);
+    return cutToReadLimit(text ? std::move(*text) : unquoted(defaultValue));
 }
 
 ProfileDocument::Line ProfileDocument::addedLine(const QByteArray& bytes)
@@ -383,8 +486,25 @@ ProfileDocument::Line ProfileDocument::addedLine(const QByteArray& bytes)
     line.length = bytes.size();
     line.added = true;
     m_added.append(bytes);
-    parseContent(line, bytes.constData(), contentLength(bytes.constData(), bytes.size()));
+    const qsizetype content = contentLength(bytes.constData(), bytes.size());
+    parseContent(line, bytes.constData(), content);
+    line.windows1252 = !QByteArrayView(bytes).first(content).isValidUtf8();
     return line;
+}
+
+// A line in the file's encoding, `start` already encoded. Nothing when the file is code page
+// 1252 and that lacks a character of `text`, or the line would read as UTF-8 (as "Ã©" would).
+std::optional<QByteArray> ProfileDocument::encodedLine(QByteArray start, QStringView text) const
+{
+    if (m_encoding != Encoding::Windows1252)
+        return start + text.toUtf8();
+    const std::optional<QByteArray> rest = toWindows1252(text);
+    if (!rest)
+        return std::nullopt;
+    start += *rest;
+    if (!isAscii(start.constData(), start.size()) && QByteArrayView(start).isValidUtf8())
+        return std::nullopt;
+    return start;
 }
 
 bool ProfileDocument::writeString(QStringView section, QStringView key, const QString& value)
@@ -399,29 +519,62 @@ bool ProfileDocument::writeString(QStringView section, QStringView key, const QS
     }
 
     const int s = findSection(sectionName.folded(), sectionName.hash);
-    if (s < 0) {
-        appendSection('[' + writtenBytes(sectionName.text) + ']' + kLineEnd,
-                      writtenBytes(keyName.text) + '=' + text.toUtf8() + kLineEnd);
+    Section* sec = s < 0 ? nullptr : &m_sections[size_t(s)];
+    const int k = sec ? findKey(*sec, keyName.folded()) : -1;
+    Line* line = k < 0 ? nullptr : &sec->lines[size_t(k)];
+    std::optional<QByteArray> header, entry;
+    if (line) {
+        const char* p = lineData(*line);
+        if (line->valueStart >= 0
+            && decodedEquals(p + line->valueStart, line->valueLength, line->windows1252, text))
+            return false;
+        // The key keeps its spelling, in the file's encoding.
+        if (line->asciiName || m_encoding != Encoding::Windows1252)
+            entry = encodedLine(QByteArray(p + line->nameStart, line->nameLength) + '=', text);
+        else
+            entry = encodedLine(
+                {}, entryText(decodeText(p + line->nameStart, line->nameLength, line->windows1252),
+                              text));
     } else {
-        Section& sec = m_sections[size_t(s)];
-        const int k = findKey(sec, keyName.folded());
-        if (k < 0) {
-            insertKey(sec, writtenBytes(keyName.text) + '=' + text.toUtf8() + kLineEnd);
-        } else {
-            Line& line = sec.lines[size_t(k)];
-            const char* p = lineData(line);
-            if (line.valueStart >= 0 && decodedEquals(p + line.valueStart, line.valueLength, text))
-                return false;
-            // The key keeps its spelling and the line its terminator.
-            const QByteArray bytes = QByteArray(p + line.nameStart, line.nameLength) + '='
-                                     + text.toUtf8() + terminator(line).toByteArray();
-            line = addedLine(bytes);
-            if (line.kind != Line::Entry)
-                reparse();
-        }
+        entry = encodedLine({}, entryText(withoutLineBreaks(keyName.text), text));
+        if (!sec)
+            header = encodedLine({}, u'[' + withoutLineBreaks(sectionName.text) + u']');
+    }
+    if (!entry || (!sec && !header)) {
+        convertToUtf8();
+        return writeString(section, key, value);
+    }
+
+    if (line) {
+        // The line keeps its terminator.
+        *line = addedLine(*entry + terminator(*line).toByteArray());
+        if (line->kind != Line::Entry)
+            reparse();
+    } else if (sec) {
+        insertKey(*sec, *entry + kLineEnd);
+    } else {
+        appendSection(*header + kLineEnd, *entry + kLineEnd);
     }
     m_modified = true;
+    reparseIfMarked();
     return true;
+}
+
+// Code page 1252 cannot hold a line to be written: every line of the file becomes UTF-8.
+void ProfileDocument::convertToUtf8()
+{
+    QByteArray bytes(m_source.constData(), m_bomLength);
+    for (const Section& section : m_sections) {
+        for (const Line& line : section.lines) {
+            if (line.windows1252)
+                bytes += fromWindows1252(lineData(line), line.length).toUtf8();
+            else
+                bytes.append(lineData(line), line.length);
+        }
+    }
+    ProfileDocument converted = fromBytes(bytes);
+    converted.m_modified = true;
+    *this = std::move(converted);
 }
 
 void ProfileDocument::terminateLastLine()
@@ -474,7 +627,8 @@ void ProfileDocument::appendSection(const QByteArray& header, const QByteArray& 
     Section& section = m_sections.emplace_back();
     section.lines.push_back(addedLine(header));
     const Line& head = section.lines.front();
-    section.foldedName = foldedText(lineData(head) + head.nameStart, head.nameLength);
+    section.foldedName =
+        foldedText(lineData(head) + head.nameStart, head.nameLength, head.windows1252);
     indexSection(int(m_sections.size() - 1));
     section.lines.push_back(addedLine(entry));
     if (section.lines.back().kind != Line::Entry)
@@ -487,7 +641,26 @@ void ProfileDocument::reparse()
 {
     ProfileDocument parsed = fromBytes(toBytes());
     parsed.m_modified = true;
+    // Once a code page 1252 file, always one, also when no line needs it any more.
+    if (m_encoding == Encoding::Windows1252 && parsed.m_encoding == Encoding::Utf8)
+        parsed.m_encoding = m_encoding;
     *this = std::move(parsed);
+}
+
+// A file whose first line starts like a UTF-16 byte-order mark but did not read as UTF-16 may do
+// so once changed.
+void ProfileDocument::reparseIfMarked()
+{
+    if (m_bomLength > 0 || m_encoding == Encoding::Utf16LE || m_encoding == Encoding::Utf16BE)
+        return;
+    for (const Section& section : m_sections) {
+        if (section.lines.empty())
+            continue;
+        const char first = *lineData(section.lines.front());
+        if (first == '\xFF' || first == '\xFE')
+            reparse();
+        return;
+    }
 }
 
 bool ProfileDocument::clearSection(QStringView section)
@@ -522,6 +695,8 @@ bool ProfileDocument::clearSection(QStringView section)
         sec.lines = std::move(kept);
     }
     m_modified = m_modified || changed;
+    if (changed)
+        reparseIfMarked();
     return changed;
 }
 
@@ -539,6 +714,10 @@ QByteArray ProfileDocument::toBytes() const
         for (const Line& line : section.lines)
             bytes.append(lineData(line), line.length);
     }
+    if (m_encoding == Encoding::Utf16LE)
+        return "\xFF\xFE"_ba + toUtf16(bytes, QStringConverter::Utf16LE);
+    if (m_encoding == Encoding::Utf16BE)
+        return "\xFE\xFF"_ba + toUtf16(bytes, QStringConverter::Utf16BE);
     return bytes;
 }
 

@@ -13,7 +13,8 @@
 // functions do (sections and keys found without regard to case, first match wins, quotes
 // stripped, defaults for what is missing), with three improvements: lines that a change does not
 // touch keep their bytes, every write reaches the disk atomically, and a line break inside a
-// written name or value can never start a new line.
+// written name or value can never start a new line. A file is read and written in its own
+// encoding: UTF-16 with a byte-order mark, or lines of UTF-8 and code page 1252.
 namespace spinlane {
 
 // A read returns at most this many characters (a 256-character buffer, maximum length 255,
@@ -38,7 +39,8 @@ public:
     // The value as stored (quotes stripped once), or nothing when the section or the key is
     // missing or the key has no "=".
     std::optional<QString> value(QStringView section, QStringView key) const;
-    // The value cut to kProfileValueMaxChars, or the default (cut the same way) when missing.
+    // The value cut to kProfileValueMaxChars, or the default when missing: the default loses its
+    // quotes as a value does, and is cut the same way.
     QString readString(QStringView section, QStringView key, const QString& defaultValue) const;
 
     // Sets a key in place, or adds it at the end of its section, or adds the section at the end
@@ -58,9 +60,11 @@ public:
     bool save(const QString& path, QString* reason = nullptr) const;
 
 private:
+    enum class Encoding : quint8 { Utf8, Windows1252, Utf16LE, Utf16BE };
     struct Line;
     struct Section;
     static void parseContent(Line& line, const char* p, qsizetype length);
+    void parse(const QByteArray& bytes, qsizetype bomLength);
     int findSection(QStringView foldedName, quint64 hash) const;
     int findKey(const Section& section, QStringView foldedKey) const;
     void indexSection(int index);
@@ -71,13 +75,17 @@ private:
     void insertKey(Section& section, const QByteArray& entry);
     void appendSection(const QByteArray& header, const QByteArray& entry);
     void reparse();
+    void reparseIfMarked();
+    std::optional<QByteArray> encodedLine(QByteArray start, QStringView text) const;
+    void convertToUtf8();
 
-    QByteArray m_source; // the parsed bytes, byte-order mark included
+    QByteArray m_source; // the parsed bytes, byte-order mark included; UTF-8 for a UTF-16 file
     QByteArray m_added; // the bytes of every line written since
     qsizetype m_bomLength = 0;
     std::vector<Section> m_sections; // m_sections[0]: the lines before the first header
     QMultiHash<quint64, int> m_sectionIndex; // hash of a case-folded name -> first section of it
     bool m_modified = false;
+    Encoding m_encoding = Encoding::Utf8;
 };
 
 // One-call forms over a file on disk: each parses the file, and each change saves it at once.

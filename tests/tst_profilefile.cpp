@@ -41,33 +41,60 @@ QByteArray largeDocument(char variant)
         documents[i % 2].save(path);
 }
 
+// Every table of rows below has these columns. A row reads a file, or writes one value into it
+// first: the bytes that result must be exactly the expected ones (the file itself when nothing
+// changes).
+void addColumns()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::addColumn<QString>("section");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+    QTest::addColumn<QString>("readBack");
+}
+
+void read(const char* name, const QByteArray& file, const QString& readBack,
+          const QString& section = u"s"_s, const QString& key = u"k"_s)
+{
+    QTest::newRow(name) << file << file << section << key << QString() << readBack;
+}
+
+// An empty `expected` stands for the file unchanged.
+void write(const char* name, const QByteArray& file, const QByteArray& expected,
+           const QString& section = u"s"_s, const QString& key = u"k"_s,
+           const QString& value = u"v"_s, const QString& readBack = u"v"_s)
+{
+    QTest::newRow(name) << file << (expected.isEmpty() ? file : expected) << section << key << value
+                        << readBack;
+}
+
+void checkRow()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, expected);
+    QFETCH(QString, section);
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+    QFETCH(QString, readBack);
+    ProfileDocument doc = ProfileDocument::fromBytes(file);
+    if (!value.isNull())
+        QCOMPARE(doc.writeString(section, key, value), expected != file);
+    QCOMPARE(doc.isModified(), expected != file);
+    QCOMPARE(doc.toBytes(), expected);
+    QCOMPARE(doc.readString(section, key, kDefault), readBack);
+    QCOMPARE(ProfileDocument::fromBytes(expected).readString(section, key, kDefault), readBack);
+}
+
 } // namespace
 
 class TestProfileFile : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    // Each row reads a file, or writes one value into it first: the bytes that result must be
-    // exactly the expected ones (the file itself when nothing changes).
     void readAndWrite_data()
     {
-        QTest::addColumn<QByteArray>("file");
-        QTest::addColumn<QByteArray>("expected");
-        QTest::addColumn<QString>("section");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("value");
-        QTest::addColumn<QString>("readBack");
-        auto read = [](const char* name, const QByteArray& file, const QString& readBack,
-                       const QString& section = u"s"_s, const QString& key = u"k"_s) {
-            QTest::newRow(name) << file << file << section << key << QString() << readBack;
-        };
-        // An empty `expected` stands for the file unchanged.
-        auto write = [](const char* name, const QByteArray& file, const QByteArray& expected,
-                        const QString& section = u"s"_s, const QString& key = u"k"_s,
-                        const QString& value = u"v"_s, const QString& readBack = u"v"_s) {
-            QTest::newRow(name) << file << (expected.isEmpty() ? file : expected) << section << key
-                                << value << readBack;
-        };
+        addColumns();
         read("CR, LF, CRLF, no final end", "\r\n\n[t]\r[s]\nk=v"_ba, u"v"_s);
         read("BOM, lines before any header", "\xEF\xBB\xBFk=v\r\n[s]\r\nk=w"_ba, u"v"_s, u""_s);
         read("blanks trimmed", " \t[ s\t]\v\f\r\n\x1A k \t= \t v \x1A\f"_ba, u"v"_s);
@@ -76,7 +103,6 @@ private Q_SLOTS:
         read("first = splits", "[s]\r\nk==x=y"_ba, u"=x=y"_s);
         read("no =", "[s]\r\nk\r\n"_ba, kDefault);
         read("no comments", "[s]\r\n; c=1 ; d"_ba, u"1 ; d"_s, u"s"_s, u"; c"_s);
-        read("NUL ends a line", "[t\0]\r\nk=v\0w\r\n"_ba, u"v"_s, u""_s);
         read("names in any case", "[Ab]\r\nCd Ef=v"_ba, u"v"_s, u"aB"_s, u"CD eF"_s);
         read("Latin-1 names", "[\xFC]\r\n\xF6\xDF=1"_ba, u"1"_s, u"\u00DC"_s, u"\u00D6\u00DF"_s);
         read("asked names trimmed, cut at NUL", "[s]\r\nk=v"_ba, u"v"_s, u" s\t"_s, u"\tk \0x"_s);
@@ -117,21 +143,98 @@ private Q_SLOTS:
         write("in place: now reads as a header", "[s]\r\n[x=1\r\n[x=2\r\n"_ba,
               "[s]\r\n[x=y]\r\n[x=2\r\n"_ba, u"s"_s, u"[x"_s, u"y]"_s, kDefault);
     }
-    void readAndWrite()
+    void readAndWrite() { checkRow(); }
+
+    // A line that is not UTF-8 is code page 1252, decided for the whole line.
+    void windows1252_data()
     {
-        QFETCH(QByteArray, file);
-        QFETCH(QByteArray, expected);
-        QFETCH(QString, section);
-        QFETCH(QString, key);
-        QFETCH(QString, value);
-        QFETCH(QString, readBack);
-        ProfileDocument doc = ProfileDocument::fromBytes(file);
-        if (!value.isNull())
-            QCOMPARE(doc.writeString(section, key, value), expected != file);
-        QCOMPARE(doc.isModified(), expected != file);
-        QCOMPARE(doc.toBytes(), expected);
-        QCOMPARE(doc.readString(section, key, kDefault), readBack);
+        addColumns();
+        read("0x80-0x9F",
+             "[s]\r\nk=5 mg \x93"
+             "crude\x94 \x80\x8A\x9F"_ba,
+             u"5 mg \u201Ccrude\u201D \u20AC\u0160\u0178"_s);
+        read("names", "[\x84\x96]\r\n\x99=1"_ba, u"1"_s, u"\u201E\u2013"_s, u"\u2122"_s);
+        read("undefined bytes", "k=\x81\x8D\x8F\x90\x9D"_ba, u"\u0081\u008D\u008F\u0090\u009D"_s,
+             u""_s);
+        read("UTF-8 line of a 1252 file", "[s]\r\nj=\xE9\r\nk=\xC3\xA9"_ba, u"\u00E9"_s);
+        read("one 1252 byte decides the line", "[s]\r\n\xC3\xA9=\x80"_ba, u"\u20AC"_s, u"s"_s,
+             u"\u00C3\u00A9"_s);
+        write("same undefined bytes", "k=\x81\x9D\r\n"_ba, {}, u""_s, u"k"_s, u"\u0081\u009D"_s,
+              u"\u0081\u009D"_s);
     }
+    void windows1252() { checkRow(); }
+
+    // Written lines keep the file's encoding; a character code page 1252 lacks makes it UTF-8.
+    void fileEncodingKept_data()
+    {
+        addColumns();
+        const QString quoted = u"\u201C\u00E9\u201D"_s, alpha = u"\u03B1"_s;
+        write("ASCII file: UTF-8", "[s]\r\nk=v\r\n"_ba,
+              "[s]\r\nk=\xE2\x80\x9C\xC3\xA9\xE2\x80\x9D\r\n"_ba, u"s"_s, u"k"_s, quoted, quoted);
+        write("UTF-8 file: UTF-8", "[s]\r\nj=\xC3\xA9\r\n"_ba,
+              "[s]\r\nj=\xC3\xA9\r\nk=\xE2\x82\xAC\r\n"_ba, u"s"_s, u"k"_s, u"\u20AC"_s,
+              u"\u20AC"_s);
+        write("1252 file: in place", "[s]\r\nj=\xE9\r\nk=v\r\n"_ba,
+              "[s]\r\nj=\xE9\r\nk=\x93\xE9\x94\r\n"_ba, u"s"_s, u"k"_s, quoted, quoted);
+        write("1252 file: new section", "j=\xE9"_ba,
+              "j=\xE9\r\n[M\xFCll]\r\nGr\xF6\xDF"
+              "e=\x80\r\n"_ba,
+              u"M\u00FCll"_s, u"Gr\u00F6\u00DFe"_s, u"\u20AC"_s, u"\u20AC"_s);
+        write("1252 file: a UTF-8 name rewritten", "[s]\r\nj=\xE9\r\n\xC3\xA9=1\r\n"_ba,
+              "[s]\r\nj=\xE9\r\n\xE9=2\r\n"_ba, u"s"_s, u"\u00E9"_s, u"2"_s, u"2"_s);
+        write("1252 file: Greek makes it UTF-8",
+              "[s]\r\nj=\xE9\r\nk=\x93\x81\x94\r\n\xC3\xA9=1\r\n"_ba,
+              "[s]\r\nj=\xCE\xB1\r\nk=\xE2\x80\x9C\xC2\x81\xE2\x80\x9D\r\n\xC3\xA9=1\r\n"_ba,
+              u"s"_s, u"j"_s, alpha, alpha);
+        write("1252 file: text that would read as UTF-8", "k=\xE9\r\n"_ba,
+              "k=\xC3\x83\xC2\xA9\r\n"_ba, u""_s, u"k"_s, u"\u00C3\u00A9"_s, u"\u00C3\u00A9"_s);
+    }
+    void fileEncodingKept() { checkRow(); }
+
+    // UTF-16 files with a byte-order mark are read and written in their own byte order.
+    void utf16_data()
+    {
+        addColumns();
+        const QByteArray le = "\xFF\xFE[\0s\0]\0\r\0\n\0k\0=\0\xE9\0\r\0\n\0"_ba;
+        const QByteArray be = "\xFE\xFF\0[\0s\0]"_ba;
+        read("little-endian", le, u"\u00E9"_s);
+        read("surrogate pair", "\xFF\xFEk\0=\0\x3D\xD8\x00\xDE"_ba, u"\U0001F600"_s, u""_s);
+        write("little-endian, in place", le, "\xFF\xFE[\0s\0]\0\r\0\n\0k\0=\0\xAC\x20\r\0\n\0"_ba,
+              u"s"_s, u"k"_s, u"\u20AC"_s, u"\u20AC"_s);
+        write("big-endian, new key", be, be + "\0\r\0\n\0k\0=\0\xE9\0\r\0\n"_ba, u"s"_s, u"k"_s,
+              u"\u00E9"_s, u"\u00E9"_s);
+        write("mark, then U+FEFF", "\xFF\xFE\xFF\xFEk\0"_ba,
+              "\xFF\xFE\xFF\xFEk\0\r\0\n\0k\0=\0v\0\r\0\n\0"_ba, u""_s);
+    }
+    void utf16() { checkRow(); }
+
+    // A NUL ends the name or the value holding it, nothing more.
+    void nulBytes_data()
+    {
+        addColumns();
+        read("in a value", "[s]\r\nk=va\0lue"_ba, u"va"_s);
+        read("in a name", "[s]\r\nk\0ey=x"_ba, u"x"_s);
+        read("in a header", "[s\0ec]\r\nk=v"_ba, u"v"_s);
+        read("in a header, before ]", "[s\0]x]\r\nk=v"_ba, u"v"_s);
+        write("a lone NUL is an entry", "[s]\r\n\0\r\n\r\n[t]"_ba,
+              "[s]\r\n\0\r\nk=v\r\n\r\n[t]"_ba);
+        write("in place of a cut name", "[s]\r\nk\0ey=x\r\n"_ba, "[s]\r\nk=v\r\n"_ba);
+    }
+    void nulBytes() { checkRow(); }
+
+    // Only a UTF-8 byte-order mark at the very start of the file is skipped.
+    void byteOrderMarkInLine_data()
+    {
+        addColumns();
+        const QString bomV = u"\uFEFFv"_s;
+        read("starts a name", "[s]\r\n\xEF\xBB\xBFk=x"_ba, kDefault);
+        read("starts a name, found", "[s]\r\n\xEF\xBB\xBFk=x"_ba, u"x"_s, u"s"_s, u"\uFEFFk"_s);
+        read("second mark at the start", "\xEF\xBB\xBF\xEF\xBB\xBFk=x"_ba, u"x"_s, u""_s,
+             u"\uFEFFk"_s);
+        write("starts a value", "[s]\r\nk=v\r\n"_ba, "[s]\r\nk=\xEF\xBB\xBFv\r\n"_ba, u"s"_s,
+              u"k"_s, bomV, bomV);
+    }
+    void byteOrderMarkInLine() { checkRow(); }
 
     void clearSection()
     {
@@ -152,7 +255,8 @@ private Q_SLOTS:
     void documentReadsAsItsBytes()
     {
         const QList<QByteArray> pieces =
-            "[s]|[ S ]x|[|k=1| K = \"2\" |k|=e|[u=1|j=\xE9|\0k=3| |\r\n|\n|\r|\n\r\n"_ba.split('|');
+            "\xFF\xFE|[s]|[ S ]x|[|k=1| K = \"2\" |k|=e|[u=1|j=\xE9|\0k=3| |\r\n|\n|\r|\n\r\n"_ba
+                .split('|');
         const QStringList names = u"s|T||k|j|[u|x]|a=b|n\ne"_s.split(u'|');
         const QStringList values = u"1|\"q\"| lead||a\r\nk=9|\u00E9\U0001F600|v]"_s.split(u'|');
         QRandomGenerator random(20240611);

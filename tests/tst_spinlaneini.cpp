@@ -64,6 +64,8 @@ private Q_SLOTS:
         QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"Status"_s}).out, u"Idle\n"_s);
         QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"User ID"_s, u"nobody"_s}).out,
                  u"nobody\n"_s);
+        QCOMPARE(run({u"get"_s, m_path, u"Item 2"_s, u"User ID"_s, u"\" no one \""_s}).out,
+                 u"no one\n"_s);
         const Result missing = run({u"get"_s, m_path, u"Item 9"_s, u"Status"_s});
         QCOMPARE(missing.exitCode, 0);
         QCOMPARE(missing.out, u"\n"_s);
