@@ -3,14 +3,11 @@
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
-#include "support/DialogDriver.h"
 #include "support/ProgramFixture.h"
 #include "ui/Twips.h"
 #include "ui/WindowLayout.h"
-#include "ui/desktop/DesktopSeams.h"
 #include "ui/frmAbout.h"
 
-#include <QFileDialog>
 #include <QProgressBar>
 #include <QStatusBar>
 
@@ -236,34 +233,6 @@ private Q_SLOTS:
         trigger(u"mnuPrefs"_s, 40);
         QCOMPARE(gLogFile, QString());
         QCOMPARE(seams().desktopPrograms.shownFiles.size(), 1);
-
-        // The window's own file dialog asks before it takes a new name; No goes back to it.
-        WidgetFileDialogs widgetDialogs;
-        Seams widgets;
-        widgets.fileDialogs = &widgetDialogs;
-        const Seams scripted = installSeams(widgets);
-        const QString fresh = program().path(u"new.log"_s);
-        int dialogsShown = 0;
-        const auto choose = [&](QFileDialog* dialog) {
-            ++dialogsShown;
-            chooseFile(dialog, fresh);
-        };
-        whenShown<QFileDialog>([&](QFileDialog* dialog) {
-            whenShown<QFileDialog>(choose); // shown again after the first No
-            choose(dialog);
-        });
-        seams().messageBoxes.queueAnswer(MsgAnswer::No);
-        seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
-        seams().messageBoxes.shown.clear();
-        enableLog->trigger();
-        installSeams(scripted);
-        const MessageBoxRequest create{
-            fresh + u"\r\nThis file does not exist.\r\nDo you want to create it?"_s,
-            MsgButtons::YesNo, MsgIcon::Exclamation, u"Set Log File"_s};
-        QCOMPARE(seams().messageBoxes.shown, (QList{create, create}));
-        QCOMPARE(dialogsShown, 2);
-        QVERIFY(gLogOn);
-        QCOMPARE(gLogFile, fresh);
     }
 
     void expQueueOnlyWithTheSampleChanger()
