@@ -61,7 +61,6 @@ private Q_SLOTS:
     {
         START_PROGRAM({});
         form->move(300, 150);
-        trigger(u"mnuQueueLayout"_s, 20);
         click(form->cmdAdd);
         click(ItemDialog()->cmdConfig);
         lab().log.clear();
@@ -72,7 +71,6 @@ private Q_SLOTS:
                                                u"ShowWindow(101, 0)"_s, u"Expedra.Quit()"_s}));
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormLeft"_s), u"4500"_s);
         QCOMPARE(seams().settingsStore.values.value(u"Spinlane/Position/FormTop"_s), u"2250"_s);
-        QVERIFY(readFile(program().iniPath()).contains("Queue Layout=2\r\n"));
     }
 
     void runEntireQueueCheckBox()
@@ -269,10 +267,9 @@ private Q_SLOTS:
     {
         START_PROGRAM({{}, {u"Idle"_s, 4, 2}}, {{u"Sample Control"_s, u"2"_s}});
 
+        // Saving the preference is the recovery test's, staying shown the desktop test's.
         trigger(u"mnuPrefs"_s, 50);
-        QVERIFY(gAlwaysOnTop);
         QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
-        QVERIFY(form->isVisible());
         click(form->cmdAdd); // the item dialog stays on top as the window does
         QVERIFY(ItemDialog()->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
         click(ItemDialog()->cmdCancel);
