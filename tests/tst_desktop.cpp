@@ -1,4 +1,5 @@
 #include "support/DialogDriver.h"
+#include "support/ScriptedSeams.h"
 #include "ui/desktop/DesktopSeams.h"
 
 #include <QAbstractButton>
@@ -86,6 +87,28 @@ private Q_SLOTS:
         QCOMPARE(directory, QDir(dir.path()).absolutePath()); // the pattern names a folder
         QCOMPARE(qtNameFilters(u"(*.ini)|*.ini|(*.*)|*.*"_s), u"(*.ini);;(*.*)"_s);
         QCOMPARE(qtNameFilters(u"Logs|*.log;*.txt"_s), u"Logs (*.log *.txt)"_s);
+
+        // With the create prompt a new name is taken only on Yes; No goes back to the dialog.
+        ScriptedSeams scripted;
+        const QString fresh = dir.filePath(u"new.log"_s);
+        int dialogsShown = 0;
+        const auto choose = [&](QFileDialog* dialog) {
+            ++dialogsShown;
+            chooseFile(dialog, fresh);
+        };
+        whenShown<QFileDialog>([&](QFileDialog* dialog) {
+            whenShown<QFileDialog>(choose); // shown again after the first No
+            choose(dialog);
+        });
+        scripted.messageBoxes.queueAnswer(MsgAnswer::No);
+        scripted.messageBoxes.queueAnswer(MsgAnswer::Yes);
+        QCOMPARE(dialogs.openFile({u"Set Log File"_s, u"(*.log)|*.log"_s, CreatePrompt, fresh}),
+                 fresh);
+        const MessageBoxRequest create{
+            fresh + u"\r\nThis file does not exist.\r\nDo you want to create it?"_s,
+            MsgButtons::YesNo, MsgIcon::Exclamation, u"Set Log File"_s};
+        QCOMPARE(scripted.messageBoxes.shown, (QList{create, create}));
+        QCOMPARE(dialogsShown, 2);
     }
 
     void stayOnTopKeepsTheWindowShown()

@@ -438,6 +438,34 @@ private Q_SLOTS:
         QCOMPARE(gCurrentQueueNum, 3);
     }
 
+    // At start-up the caption follows the saved current item; start over shows only after a
+    // finished queue.
+    void captionFromTheSavedProgress()
+    {
+        struct Case {
+            QStringList statuses;
+            qint32 current;
+            QString caption;
+            bool startOver;
+        };
+        const Case cases[] = {
+            {{}, 0, kStartCaption, false},
+            {{u"Idle"_s, u"Idle"_s}, 0, kStartCaption, false},
+            {{u"Done"_s, u"Stopped"_s, u"Idle"_s}, 2, kContinueCaption, false},
+            {{u"Failed"_s, u"Done"_s}, 2, kRunAgainCaption, true},
+            {{u"Done"_s, u"Failed"_s}, 2, kRunAgainCaption, true},
+            {{u"Done"_s, u"Stopped"_s}, 2, kContinueCaption, false},
+        };
+        for (const Case& c : cases) {
+            gRunControls.reset();
+            makeQueue(c.statuses.size(), c.statuses);
+            gCurrentQueueNum = c.current;
+            RestoreRunControls();
+            QCOMPARE(gRunControls.startQueueCaption(), c.caption);
+            QCOMPARE(gRunControls.startOverVisible(), c.startOver);
+        }
+    }
+
     // The run button, the arrows and a typed number find no item to act on: instead of ending
     // the program with a run-time error they do nothing. Continue after the stopped item was
     // deleted starts from the first item.

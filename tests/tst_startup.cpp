@@ -139,6 +139,9 @@ private Q_SLOTS:
         QCOMPARE(changer->notReadyPolls, 0);
         QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget())); // behind the login panel
         QVERIFY(!gStarting);
+        // The current item is selected, and the list shows it so.
+        QCOMPARE(form->lvwSpinlane->selectionModel()->selectedRows(),
+                 QModelIndexList{gQueueList.index(0, 0)});
 
         QCOMPARE(form->pos(), QPoint(200, 100));
         QVERIFY(form->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
@@ -156,45 +159,6 @@ private Q_SLOTS:
         QVERIFY(!gShowWindow);
         QVERIFY(form->isVisible() && form->picLogin->isVisible());
         QVERIFY(form->cmdStartQueue->isEnabledTo(form->centralWidget()));
-    }
-
-    void captionFromTheSavedProgress_data()
-    {
-        QTest::addColumn<QStringList>("statuses");
-        QTest::addColumn<int>("current");
-        QTest::addColumn<QString>("caption");
-        QTest::addColumn<bool>("startOver");
-        QTest::addColumn<int>("selected");
-        QTest::newRow("empty queue") << QStringList{} << 0 << kStartCaption << false << 0;
-        QTest::newRow("nothing run")
-            << QStringList{u"Idle"_s, u"Idle"_s} << 0 << kStartCaption << false << 2;
-        QTest::newRow("inside the queue") << QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s} << 2
-                                          << kContinueCaption << false << 2;
-        QTest::newRow("last item done")
-            << QStringList{u"Failed"_s, u"Done"_s} << 2 << kRunAgainCaption << true << 2;
-        QTest::newRow("last item failed")
-            << QStringList{u"Done"_s, u"Failed"_s} << 2 << kRunAgainCaption << true << 2;
-        QTest::newRow("last item stopped")
-            << QStringList{u"Done"_s, u"Stopped"_s} << 2 << kContinueCaption << false << 2;
-    }
-    void captionFromTheSavedProgress()
-    {
-        QFETCH(QStringList, statuses);
-        QFETCH(int, current);
-        QFETCH(QString, caption);
-        QFETCH(bool, startOver);
-        QFETCH(int, selected);
-        frmSpinlane* form = program().start(
-            settingsFile(queueOf(statuses), {{u"Current Queue Num"_s, QString::number(current)}}));
-        QVERIFY(form);
-        QCOMPARE(form->cmdStartQueue->text(), caption);
-        QCOMPARE(form->cmdStartOver->isVisible(), startOver);
-        QCOMPARE(gQueueList.count(), statuses.size());
-        QCOMPARE(gQueueList.selectedIndex(), selected);
-        const QModelIndexList shown = form->lvwSpinlane->selectionModel()->selectedRows();
-        QCOMPARE(shown.size(), selected > 0 ? 1 : 0);
-        if (selected > 0)
-            QCOMPARE(shown.first().row(), selected - 1);
     }
 
     void sampleColumnByMode_data()
