@@ -66,7 +66,8 @@ bool isKnownPlaceholder(const QString& name, const LabOperation& op, const LabIn
 // The program's path: one with a slash from the file's folder, a bare name from PATH.
 std::optional<QString> findProgram(const QString& program, const QString& folder, QString* why)
 {
-    const QString path = program.contains(u'/') ? QDir(folder).absoluteFilePath(program)
+    const QString path = program.contains(u'/')
+                             ? QDir::cleanPath(QDir(folder).absoluteFilePath(program))
                                                 : QStandardPaths::findExecutable(program);
     if (path.isEmpty()) {
         *why = u"cannot find the program "_s + program + u" in PATH"_s;

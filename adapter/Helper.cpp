@@ -67,10 +67,14 @@ void Helper::call(const LabOperation& operation, const QVariantList& arguments, 
     }
     m_signature = operation.output;
     m_done = std::move(done);
-    const QJsonObject request{{u"id"_s, ++m_lastId},
-                              {u"call"_s, operation.name},
-                              {u"args"_s, QJsonArray::fromVariantList(arguments)}};
-    m_process.write(QJsonDocument(request).toJson(QJsonDocument::Compact) + '\n');
+    // Written by hand to keep the keys in this order, which a JSON object would sort.
+    const QByteArray name =
+        QJsonDocument(QJsonArray{operation.name}).toJson(QJsonDocument::Compact);
+    m_process.write(
+        "{\"id\":" + QByteArray::number(++m_lastId) + ",\"call\":" + name.mid(1, name.size() - 2)
+        + ",\"args\":"
+        + QJsonDocument(QJsonArray::fromVariantList(arguments)).toJson(QJsonDocument::Compact)
+        + "}\n");
     m_timer.start(timeoutMs);
 }
 
