@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bash scripts/install-packages.sh build-essential cmake qt6-base-dev xvfb xauth dbus \
-  fonts-dejavu-core dpkg-dev file lintian clang libclang-rt-14-dev llvm ccache
+  fonts-dejavu-core dpkg-dev file lintian clang libclang-rt-14-dev llvm ccache python3
 
 jobs="$(nproc)"
 common=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPINLANE_WERROR=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
