@@ -119,32 +119,9 @@ bool anyLabNameOwned()
     });
 }
 
-// Changes to a configuration, each {section, key, value}.
-using Changes = QList<std::array<QString, 3>>;
-
-// The example laboratory copied into `dir`, its configuration changed as `changes` say, each
-// {section, key, value}; returns the configuration's path.
 QString exampleLab(const QTemporaryDir& dir, const Changes& changes = {})
 {
-    for (const QString& name : QDir(kExamples).entryList(QDir::Files))
-        QFile::copy(kExamples + u'/' + name, dir.filePath(name));
-    const QString config = dir.filePath(u"adapter.ini"_s);
-    ProfileDocument file = ProfileDocument::load(config);
-    for (const auto& [section, key, value] : changes)
-        file.writeString(section, key, value);
-    file.save(config);
-    return config;
-}
-
-// Every operation of the changer's own interface carried out as `how`.
-Changes changerAll(const QString& how)
-{
-    Changes changes;
-    for (const LabOperation& op : labInterface(kSampleChangerClass)->operations) {
-        if (!op.windowOnly)
-            changes.append({kSampleChangerClass, op.name, how});
-    }
-    return changes;
+    return copyExampleLab(kExamples, dir.path(), changes);
 }
 
 QStringList queueInFile(const QString& path)
@@ -434,7 +411,7 @@ private Q_SLOTS:
             QTemporaryDir dir;
             const QString config = exampleLab(
                 dir,
-                helper ? changerAll(u"helper"_s)
+                helper ? changerServedBy(u"helper"_s)
                              + Changes{{kSampleChangerClass, u"Helper"_s, u"python3 changer.py"_s}}
                        : Changes{});
             RunningAdapter adapter(
@@ -479,7 +456,7 @@ private Q_SLOTS:
             << Changes{changer(u"GetLoadFailed"_s, u"run: echo maybe"_s)}
             << u"GetLoadFailed: ECHO maybe: the answer \"maybe\" is not true or false"_s;
         QTest::newRow("helper that dies")
-            << changerAll(u"helper"_s) + QList{changer(u"Helper"_s, u"sh dying-helper.sh"_s)}
+            << changerServedBy(u"helper"_s) + QList{changer(u"Helper"_s, u"sh dying-helper.sh"_s)}
             << u"LoadSample: the helper SH dying-helper.sh: ended with exit status 3\n"
                "the carousel jammed"_s;
     }

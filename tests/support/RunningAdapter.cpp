@@ -1,6 +1,12 @@
 #include "support/RunningAdapter.h"
 
+#include "app/ProfileFile.h"
+#include "runner/LabInterfaces.h"
+#include "runner/Programs.h"
+
 #include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
 #include <QProcessEnvironment>
 
 #include <csignal>
@@ -43,6 +49,28 @@ QString RunningAdapter::errors()
 {
     m_errors += m_process.readAllStandardError();
     return QString::fromUtf8(m_errors);
+}
+
+QString copyExampleLab(const QString& examples, const QString& folder, const Changes& changes)
+{
+    for (const QString& name : QDir(examples).entryList(QDir::Files))
+        QFile::copy(examples + u'/' + name, folder + u'/' + name);
+    const QString config = folder + QStringLiteral("/adapter.ini");
+    ProfileDocument file = ProfileDocument::load(config);
+    for (const auto& [section, key, value] : changes)
+        file.writeString(section, key, value);
+    file.save(config);
+    return config;
+}
+
+Changes changerServedBy(const QString& how)
+{
+    Changes changes;
+    for (const LabOperation& op : labInterface(kSampleChangerClass)->operations) {
+        if (!op.windowOnly)
+            changes.append({kSampleChangerClass, op.name, how});
+    }
+    return changes;
 }
 
 } // namespace spinlane::testing

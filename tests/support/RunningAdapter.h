@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QList>
 #include <QProcess>
 #include <QString>
+
+#include <array>
 
 namespace spinlane::testing {
 
@@ -24,5 +27,15 @@ private:
     QProcess m_process;
     QByteArray m_errors;
 };
+
+// Changes to a configuration file, each {section, key, value}.
+using Changes = QList<std::array<QString, 3>>;
+
+// The example laboratory of `examples` (examples/adapter) copied into `folder`, its configuration
+// changed as `changes` say; returns the configuration's path.
+QString copyExampleLab(const QString& examples, const QString& folder, const Changes& changes = {});
+
+// Every operation of the sample changer's own interface carried out as `how` ("helper").
+Changes changerServedBy(const QString& how);
 
 } // namespace spinlane::testing
