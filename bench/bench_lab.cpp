@@ -36,6 +36,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -146,6 +147,29 @@ std::vector<double> stopDelays(int afterMs)
     return delays;
 }
 
+// Connects in sample-changer mode and runs ten items; prints `label`'s line and returns the
+// processor time `processorSeconds` measured over the run as a share of its wall time, in %.
+double tenItemRun(const QString& label, const std::function<double()>& processorSeconds)
+{
+    gSampleControl = 2;
+    ConnectPrograms();
+    gExpTitles = gExpedra->GetExperimentTitles();
+    gSolvents = gExpedra->GetSolvents();
+    QList<std::pair<qint32, qint16>> items;
+    for (qint32 i = 1; i <= kItems; ++i)
+        items.append({i, qint16((i - 1) % 3)});
+    setQueue(items);
+    QElapsedTimer wall;
+    wall.start();
+    const double cpuBefore = processorSeconds();
+    RunQueue();
+    const double cpu = processorSeconds() - cpuBefore;
+    const double seconds = wall.nsecsElapsed() / 1e9;
+    std::printf("%s: %d of %d items done in %.1f s wall, %.3f s processor = %.2f%%\n",
+                qPrintable(label), doneItems(), kItems, seconds, cpu, 100 * cpu / seconds);
+    return 100 * cpu / seconds;
+}
+
 // The example laboratory through spinlane-adapter in place of the simulators.
 bool benchAdapter(const testing::SimulatedLab& lab)
 {
@@ -195,23 +219,10 @@ bool benchAdapter(const testing::SimulatedLab& lab)
         environment + QStringList{u"SPINLANE_LAB_STATE="_s + dir.filePath(u"state"_s)});
     if (!adapter.waitUntilServing())
         return false;
-    gSampleControl = 2;
-    ConnectPrograms();
-    gExpTitles = gExpedra->GetExperimentTitles();
-    gSolvents = gExpedra->GetSolvents();
-    QList<std::pair<qint32, qint16>> items;
-    for (qint32 i = 1; i <= kItems; ++i)
-        items.append({i, qint16((i - 1) % 3)});
-    setQueue(items);
-    QElapsedTimer wall;
-    wall.start();
-    const double cpuBefore = processorSecondsOf(adapter.processId());
-    RunQueue();
-    const double cpu = processorSecondsOf(adapter.processId()) - cpuBefore;
-    const double seconds = wall.nsecsElapsed() / 1e9;
-    std::printf("adapter, ten items: %d of %d done in %.1f s wall, adapter %.3f s processor = "
-                "%.2f%% of one core (goal < 2 %%)\n",
-                doneItems(), kItems, seconds, cpu, 100 * cpu / seconds);
+    const double share = tenItemRun(u"adapter, ten items, the adapter's own"_s,
+                                    [&] { return processorSecondsOf(adapter.processId()); });
+    std::printf("%-44s %6.2f %% of one core (goal < 2 %%)\n",
+                "adapter's processor time in a ten-item run", share);
     ReleasePrograms();
     return true;
 }
@@ -240,27 +251,9 @@ int main(int argc, char* argv[])
     gLogOn = true;
 
     try {
-        gSampleControl = 2;
-        ConnectPrograms();
-        gExpTitles = gExpedra->GetExperimentTitles();
-        gSolvents = gExpedra->GetSolvents();
-
         std::vector<double> shares;
-        for (int run = 1; run <= 3; ++run) {
-            QList<std::pair<qint32, qint16>> items;
-            for (qint32 i = 1; i <= kItems; ++i)
-                items.append({i, qint16((i - 1) % 3)});
-            setQueue(items);
-            QElapsedTimer wall;
-            wall.start();
-            const double cpuBefore = processorSeconds();
-            RunQueue();
-            const double cpu = processorSeconds() - cpuBefore;
-            const double seconds = wall.nsecsElapsed() / 1e9;
-            shares.push_back(100 * cpu / seconds);
-            std::printf("run %d: %d of %d items done in %.1f s wall, %.3f s processor = %.2f%%\n",
-                        run, doneItems(), kItems, seconds, cpu, shares.back());
-        }
+        for (int run = 1; run <= 3; ++run)
+            shares.push_back(tenItemRun(u"run "_s + QString::number(run), processorSeconds));
         std::printf("%-44s median %6.2f %% of one core over 3 runs (goal <= 2 %%)\n",
                     "processor time during a ten-item run", median(shares));
 

@@ -12,18 +12,16 @@
 #include "app/SettingsFile.h"
 #include "app/SingleInstance.h"
 #include "app/Startup.h"
-#include "app/SystemSeams.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
-#include "runner/DBusAutomation.h"
 #include "runner/LabBus.h"
 #include "runner/LabInterfaces.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "support/QueueProbe.h"
+#include "support/RealLabSeams.h"
 #include "support/RunningAdapter.h"
-#include "support/ScaledClock.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
 #include "support/SimulatedLab.h"
@@ -141,10 +139,7 @@ class TestAdapter : public QObject {
     Q_OBJECT
 
     std::unique_ptr<ScriptedSeams> m_seams;
-    std::unique_ptr<ScaledClock> m_clock;
-    QtEventPump m_pump;
-    std::unique_ptr<DBusAutomation> m_automation;
-    AutomationBackend* m_previousAutomation = nullptr;
+    std::unique_ptr<RealLabSeams> m_lab;
     QTemporaryDir m_dir; // the settings file and the run log
 
     struct Run {
@@ -203,11 +198,7 @@ private Q_SLOTS:
     void init()
     {
         m_seams = std::make_unique<ScriptedSeams>();
-        m_clock = std::make_unique<ScaledClock>(20);
-        installSeams({nullptr, nullptr, nullptr, m_clock.get(), &m_pump, nullptr});
-        m_automation = std::make_unique<DBusAutomation>(QDBusConnection::sessionBus(),
-                                                        DBusAutomation::Timeouts{10000, 10000});
-        m_previousAutomation = installAutomation(m_automation.get());
+        m_lab = std::make_unique<RealLabSeams>();
         resetStartupState();
         resetSettingsState();
         resetQueueState();
@@ -221,10 +212,8 @@ private Q_SLOTS:
     {
         releaseInstanceLock();
         resetProgramLinks();
-        installAutomation(m_previousAutomation);
-        m_automation.reset();
+        m_lab.reset();
         m_seams.reset();
-        m_clock.reset();
     }
 
     void interfacesAreTheTable()
