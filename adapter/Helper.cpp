@@ -13,6 +13,12 @@
 using namespace Qt::StringLiterals;
 
 namespace spinlane::adapter {
+namespace {
+
+constexpr qint64 kLongestLine = 1 << 20;
+constexpr qsizetype kLongestErrorLine = 4096; // longer ones go on in pieces
+
+} // namespace
 
 Helper::Helper(const QStringList& words, const QString& folder, const QString& name,
                QObject* parent)
@@ -82,6 +88,10 @@ void Helper::readAnswers()
 {
     while (m_process.canReadLine())
         answer(m_process.readLine().trimmed());
+    if (m_process.bytesAvailable() > kLongestLine) {
+        m_process.kill();
+        died(u"wrote more than 1 MiB without a line break"_s);
+    }
 }
 
 void Helper::answer(const QByteArray& line)
@@ -122,7 +132,8 @@ void Helper::readErrors()
     keepTail(m_errors, text);
     m_partialErrorLine += text;
     qsizetype end;
-    while ((end = m_partialErrorLine.indexOf('\n')) >= 0) {
+    while ((end = m_partialErrorLine.indexOf('\n')) >= 0
+           || (end = m_partialErrorLine.size()) > kLongestErrorLine) {
         std::fprintf(stderr, "%s: %s\n", qPrintable(m_name),
                      m_partialErrorLine.left(end).constData());
         m_partialErrorLine.remove(0, end + 1);
