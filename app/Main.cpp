@@ -1,6 +1,6 @@
 #include "app/Main.h"
 
-#include "app/ShutdownSignals.h"
+#include "core/ShutdownSignals.h"
 #include "core/Seams.h"
 #include "core/SingleInstance.h"
 #include "core/Startup.h"

@@ -15,9 +15,11 @@
 #include "queue/QueueStore.h"
 #include "queue/Session.h"
 #include "runner/DBusAutomation.h"
+#include "runner/LabInterfaces.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
+#include "support/RunningAdapter.h"
 #include "support/ScaledClock.h"
 #include "support/SimulatedLab.h"
 
@@ -26,10 +28,15 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
+#include <QFile>
+
+#include <csignal>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -55,10 +62,39 @@ double processorSeconds()
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
+// A process's own processor time, without its children's, from /proc.
+double processorSecondsOf(qint64 pid)
+{
+    QFile stat(u"/proc/"_s + QString::number(pid) + u"/stat"_s);
+    if (!stat.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray text = stat.readAll();
+    const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / ::sysconf(_SC_CLK_TCK);
+}
+
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
+}
+
+// Milliseconds per call of the changer's IsLoading, `calls` times.
+std::vector<double> pollTimes(int calls)
+{
+    std::vector<double> times;
+    for (int i = 0; i < calls; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        gSampleChanger->IsLoading();
+        times.push_back(timer.nsecsElapsed() / 1e6);
+    }
+    return times;
+}
+
+void printRoundTrip(const char* what, const std::vector<double>& times)
+{
+    std::printf("%-44s median %7.3f ms over %zu calls\n", what, median(times), times.size());
 }
 
 void setQueue(const QList<std::pair<qint32, qint16>>& items)
@@ -111,6 +147,86 @@ std::vector<double> stopDelays(int afterMs)
     return delays;
 }
 
+// Connects in sample-changer mode and runs ten items; prints `label`'s line and returns the
+// processor time `processorSeconds` measured over the run as a share of its wall time, in %.
+double tenItemRun(const QString& label, const std::function<double()>& processorSeconds)
+{
+    gSampleControl = 2;
+    ConnectPrograms();
+    gExpTitles = gExpedra->GetExperimentTitles();
+    gSolvents = gExpedra->GetSolvents();
+    QList<std::pair<qint32, qint16>> items;
+    for (qint32 i = 1; i <= kItems; ++i)
+        items.append({i, qint16((i - 1) % 3)});
+    setQueue(items);
+    QElapsedTimer wall;
+    wall.start();
+    const double cpuBefore = processorSeconds();
+    RunQueue();
+    const double cpu = processorSeconds() - cpuBefore;
+    const double seconds = wall.nsecsElapsed() / 1e9;
+    std::printf("%s: %d of %d items done in %.1f s wall, %.3f s processor = %.2f%%\n",
+                qPrintable(label), doneItems(), kItems, seconds, cpu, 100 * cpu / seconds);
+    return 100 * cpu / seconds;
+}
+
+// The example laboratory through spinlane-adapter in place of the simulators.
+bool benchAdapter(const testing::SimulatedLab& lab)
+{
+    for (const QString& className : labClasses()) {
+        if (const qint64 pid = lab.processId(className)) {
+            ::kill(pid_t(pid), SIGTERM);
+            lab.waitUntilGone(className);
+        }
+    }
+    const QStringList environment{u"SPINLANE_LAB_EXPERIMENT_SECONDS=2"_s,
+                                  u"SPINLANE_LAB_LOAD_SECONDS=1"_s};
+    const testing::Changes helper =
+        testing::changerServedBy(u"helper"_s)
+        + testing::Changes{{kSampleChangerClass, u"Helper"_s, u"python3 changer.py"_s}};
+    const struct {
+        const char* what;
+        testing::Changes changes;
+        int calls;
+    } ways[] = {
+        {"round trip of IsLoading: adapter, const:",
+         {{kSampleChangerClass, u"IsLoading"_s, u"const: false"_s}},
+         2001},
+        {"round trip of IsLoading: adapter, helper", helper, 2001},
+        {"round trip of IsLoading: adapter, run: echo",
+         {{kSampleChangerClass, u"IsLoading"_s, u"run: echo false"_s}},
+         201},
+    };
+    for (const auto& [what, changes, calls] : ways) {
+        QTemporaryDir dir;
+        testing::RunningAdapter adapter(
+            QStringLiteral(SPINLANE_ADAPTER),
+            testing::copyExampleLab(QStringLiteral(SPINLANE_EXAMPLES), dir.path(), changes),
+            environment);
+        if (!adapter.waitUntilServing()) {
+            std::fprintf(stderr, "the adapter does not start: %s\n", qPrintable(adapter.errors()));
+            return false;
+        }
+        gSampleChanger =
+            std::dynamic_pointer_cast<SampleChanger>(automation().GetObject(kSampleChangerClass));
+        printRoundTrip(what, pollTimes(calls));
+    }
+
+    QTemporaryDir dir;
+    testing::RunningAdapter adapter(
+        QStringLiteral(SPINLANE_ADAPTER),
+        testing::copyExampleLab(QStringLiteral(SPINLANE_EXAMPLES), dir.path()),
+        environment + QStringList{u"SPINLANE_LAB_STATE="_s + dir.filePath(u"state"_s)});
+    if (!adapter.waitUntilServing())
+        return false;
+    const double share = tenItemRun(u"adapter, ten items, the adapter's own"_s,
+                                    [&] { return processorSecondsOf(adapter.processId()); });
+    std::printf("%-44s %6.2f %% of one core (goal < 2 %%)\n",
+                "adapter's processor time in a ten-item run", share);
+    ReleasePrograms();
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -135,39 +251,13 @@ int main(int argc, char* argv[])
     gLogOn = true;
 
     try {
-        gSampleControl = 2;
-        ConnectPrograms();
-        gExpTitles = gExpedra->GetExperimentTitles();
-        gSolvents = gExpedra->GetSolvents();
-
         std::vector<double> shares;
-        for (int run = 1; run <= 3; ++run) {
-            QList<std::pair<qint32, qint16>> items;
-            for (qint32 i = 1; i <= kItems; ++i)
-                items.append({i, qint16((i - 1) % 3)});
-            setQueue(items);
-            QElapsedTimer wall;
-            wall.start();
-            const double cpuBefore = processorSeconds();
-            RunQueue();
-            const double cpu = processorSeconds() - cpuBefore;
-            const double seconds = wall.nsecsElapsed() / 1e9;
-            shares.push_back(100 * cpu / seconds);
-            std::printf("run %d: %d of %d items done in %.1f s wall, %.3f s processor = %.2f%%\n",
-                        run, doneItems(), kItems, seconds, cpu, shares.back());
-        }
+        for (int run = 1; run <= 3; ++run)
+            shares.push_back(tenItemRun(u"run "_s + QString::number(run), processorSeconds));
         std::printf("%-44s median %6.2f %% of one core over 3 runs (goal <= 2 %%)\n",
                     "processor time during a ten-item run", median(shares));
 
-        std::vector<double> polls;
-        for (int i = 0; i < 2001; ++i) {
-            QElapsedTimer timer;
-            timer.start();
-            gSampleChanger->IsLoading();
-            polls.push_back(timer.nsecsElapsed() / 1e6);
-        }
-        std::printf("%-44s median %7.3f ms over %zu polls\n", "round trip of one busy poll",
-                    median(polls), polls.size());
+        printRoundTrip("round trip of IsLoading: simulator", pollTimes(2001));
 
         // Experiments only; Stop pressed while the long experiment runs, after its fixed wait.
         gSampleControl = 1;
@@ -182,6 +272,9 @@ int main(int argc, char* argv[])
         std::printf("%-44s median %7.3f ms over %zu stops (goal < 50 ms + the abort)\n",
                     "stop in a fixed wait to the end of the run", median(stops), stops.size());
         ReleasePrograms();
+        installSeams({nullptr, nullptr, nullptr, &clock, nullptr, nullptr});
+        if (!benchAdapter(lab))
+            return 1;
     } catch (const RuntimeError& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

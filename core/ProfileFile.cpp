@@ -465,11 +465,40 @@ std::optional<QString> ProfileDocument::value(QStringView section, QStringView k
     const int k = findKey(sec, FoldedName(key).folded());
     if (k < 0)
         return std::nullopt;
-    const Line& line = sec.lines[size_t(k)];
+    return valueOf(sec.lines[size_t(k)]);
+}
+
+std::optional<QString> ProfileDocument::valueOf(const Line& line) const
+{
     if (line.valueStart < 0)
         return std::nullopt;
     return unquoted(
         decodeText(lineData(line) + line.valueStart, line.valueLength, line.windows1252));
+}
+
+std::vector<ProfileDocument::Item> ProfileDocument::items() const
+{
+    std::vector<Item> items;
+    int number = 1;
+    QString section;
+    for (const Section& sec : m_sections) {
+        for (const Line& line : sec.lines) {
+            const char* p = lineData(line);
+            const QString name = decodeText(p + line.nameStart, line.nameLength, line.windows1252);
+            if (line.kind == Line::Header)
+                section = name;
+            if (line.kind != Line::Blank)
+                items.push_back({number, line.kind == Line::Header, section,
+                                 line.kind == Line::Entry ? name : QString(), valueOf(line)});
+            const QByteArrayView end = terminator(line);
+            // "\r\n", "\n" and a lone "\r" each end one line.
+            for (qsizetype i = 0; i < end.size(); ++i) {
+                if (end[i] == '\n' || i + 1 == end.size() || end[i + 1] != '\n')
+                    ++number;
+            }
+        }
+    }
+    return items;
 }
 
 QString ProfileDocument::readString(QStringView section, QStringView key,

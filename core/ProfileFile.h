@@ -51,6 +51,18 @@ public:
     // anything changed.
     bool clearSection(QStringView section);
 
+    // Each header and entry in file order, for a tool that checks a whole file: its line number
+    // (from 1), the section it is in (empty before the first header), and for an entry its key
+    // and value as value() reads them (nothing without "=").
+    struct Item {
+        int line = 0;
+        bool header = false;
+        QString section;
+        QString key;
+        std::optional<QString> value;
+    };
+    std::vector<Item> items() const;
+
     QByteArray toBytes() const;
     // True once a write or clear has changed the document since it was parsed.
     bool isModified() const;
@@ -69,6 +81,7 @@ private:
     int findKey(const Section& section, QStringView foldedKey) const;
     void indexSection(int index);
     const char* lineData(const Line& line) const;
+    std::optional<QString> valueOf(const Line& line) const;
     QByteArrayView terminator(const Line& line) const;
     Line addedLine(const QByteArray& bytes);
     void terminateLastLine();

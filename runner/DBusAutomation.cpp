@@ -2,6 +2,7 @@
 
 #include "core/RuntimeError.h"
 #include "runner/LabBus.h"
+#include "runner/LabInterfaces.h"
 
 #include <QDBusMessage>
 #include <QDBusMetaType>
@@ -51,10 +52,28 @@ QDBusMessage methodCall(const QString& destination, const QString& path, const Q
     return message;
 }
 
+QString signatureOf(QMetaType type)
+{
+    return QString::fromLatin1(QDBusMetaType::typeToSignature(type));
+}
+
+// Every call goes out as runner/LabInterfaces describes it; one that does not is a fault here.
+void checkCall(const LabInterface& interface, const QString& method, const QVariantList& arguments,
+               const QString& output)
+{
+    const LabOperation* op = interface.operation(method);
+    QString signature;
+    for (const QVariant& argument : arguments)
+        signature += signatureOf(argument.metaType());
+    if (!op || op->inputSignature() != signature || op->output != output)
+        throw withDetail(RuntimeError::AutomationError, method + u'(' + signature + u')' + output
+                                                            + u" is not in "_s + interface.name);
+}
+
 // One running process that serves an automation class, addressed by its unique bus name.
 class BusProgram {
 public:
-    BusProgram(const QDBusConnection& bus, const QString& owner, const QString& interface,
+    BusProgram(const QDBusConnection& bus, const QString& owner, const LabInterface& interface,
                int timeoutMs, std::shared_ptr<DBusAutomation::WindowOwners> windowOwners)
         : m_bus(bus)
         , m_owner(owner)
@@ -64,11 +83,13 @@ public:
     {
     }
 
-    QDBusMessage call(const QString& method, const QVariantList& arguments = {}) const
+    QDBusMessage call(const QString& method, const QVariantList& arguments = {},
+                      const QString& output = {}) const
     {
-        const QDBusMessage answer =
-            callAndWait(m_bus, methodCall(m_owner, kLabObjectPath, m_interface, method, arguments),
-                        m_timeoutMs);
+        checkCall(m_interface, method, arguments, output);
+        const QDBusMessage answer = callAndWait(
+            m_bus, methodCall(m_owner, kLabObjectPath, m_interface.name, method, arguments),
+            m_timeoutMs);
         if (answer.type() != QDBusMessage::ReplyMessage)
             throw withDetail(RuntimeError::AutomationError, errorText(answer));
         return answer;
@@ -76,14 +97,14 @@ public:
 
     template <typename T> T ask(const QString& method) const
     {
-        const QDBusMessage answer = call(method);
-        const QVariantList values = answer.arguments();
         const QMetaType expected = QMetaType::fromType<T>();
+        const QString signature = signatureOf(expected);
+        const QDBusMessage answer = call(method, {}, signature);
+        const QVariantList values = answer.arguments();
         if (values.size() != 1 || values.first().metaType() != expected)
             throw withDetail(RuntimeError::AutomationError,
                              method + u" answered \""_s + answer.signature() + u"\" instead of \""_s
-                                 + QLatin1StringView(QDBusMetaType::typeToSignature(expected))
-                                 + u'"');
+                                 + signature + u'"');
         return values.first().value<T>();
     }
 
@@ -97,7 +118,7 @@ public:
 private:
     QDBusConnection m_bus;
     QString m_owner;
-    QString m_interface;
+    const LabInterface& m_interface;
     int m_timeoutMs;
     std::shared_ptr<DBusAutomation::WindowOwners> m_windowOwners;
 };
@@ -179,12 +200,6 @@ private:
     BusProgram m;
 };
 
-bool isKnownClass(const QString& className)
-{
-    return className == kConsoleClass || className == kExpedraClass || className == kTubelinkClass
-           || className == kSampleChangerClass;
-}
-
 } // namespace
 
 DBusAutomation::DBusAutomation(const QDBusConnection& bus)
@@ -211,7 +226,7 @@ QString DBusAutomation::ownerOf(const QString& busName) const
 std::shared_ptr<AutomationObject> DBusAutomation::link(const QString& className,
                                                        const QString& owner)
 {
-    BusProgram program(m_bus, owner, labBusName(className), m_timeouts.callMs, m_windowOwners);
+    BusProgram program(m_bus, owner, *labInterface(className), m_timeouts.callMs, m_windowOwners);
     if (className == kExpedraClass)
         return std::make_shared<BusExpedra>(std::move(program));
     if (className == kSampleChangerClass)
@@ -223,7 +238,7 @@ std::shared_ptr<AutomationObject> DBusAutomation::link(const QString& className,
 
 std::shared_ptr<AutomationObject> DBusAutomation::GetObject(const QString& className)
 {
-    const QString owner = isKnownClass(className) ? ownerOf(labBusName(className)) : QString();
+    const QString owner = labInterface(className) ? ownerOf(labBusName(className)) : QString();
     if (owner.isEmpty())
         throw RuntimeError(RuntimeError::CannotCreateObject);
     return link(className, owner);
@@ -231,7 +246,7 @@ std::shared_ptr<AutomationObject> DBusAutomation::GetObject(const QString& class
 
 std::shared_ptr<AutomationObject> DBusAutomation::CreateObject(const QString& className)
 {
-    if (!isKnownClass(className))
+    if (!labInterface(className))
         throw RuntimeError(RuntimeError::CannotCreateObject);
     const QString busName = labBusName(className);
     QString owner = ownerOf(busName);
@@ -252,6 +267,7 @@ std::shared_ptr<AutomationObject> DBusAutomation::CreateObject(const QString& cl
 void DBusAutomation::sendWindowCommand(qint32 handle, const QString& method,
                                        const QVariantList& arguments)
 {
+    checkCall(labWindowInterface(), method, arguments, {});
     const auto owner = m_windowOwners->constFind(handle);
     if (owner == m_windowOwners->cend())
         return;

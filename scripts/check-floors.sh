@@ -9,7 +9,7 @@ cd "${1:-$(dirname "$0")/..}"
 # The floors, ground first. Each folder's library links only floors below it.
 floors=(core queue runner settings status ui app)
 # Programs beside the floors: folder and the highest floor it stands on.
-programs=(sim:runner tools/spinlane-ini:queue tools/spinlane-status:status
+programs=(adapter:runner sim:runner tools/spinlane-ini:queue tools/spinlane-status:status
           tools/spinlane-screenshots:app)
 
 level() {

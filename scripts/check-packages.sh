@@ -40,9 +40,15 @@ for command in "$bin"/*; do
   expect "$name --version" "$name $version" \
     "$(env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$command" --version)"
 done
-for name in spinlane spinlane-ini spinlane-simulated-lab; do
+for name in spinlane spinlane-ini spinlane-adapter spinlane-simulated-lab; do
   [[ -x "$bin/$name" ]] || fail "$name is not in the packages"
 done
+# The adapter's user unit starts the installed adapter; its example laboratory passes its check.
+grep -qx "ExecStart=$prefix/bin/spinlane-adapter --config %h/.config/spinlane/adapter.ini" \
+  "$root$prefix/lib/systemd/user/spinlane-adapter.service" \
+  || fail "the adapter's systemd user unit is missing or starts another program"
+"$bin/spinlane-adapter" --check --config "$root$prefix/share/spinlane/examples/adapter/adapter.ini" \
+  >"$root/check.txt" 2>&1 || { cat "$root/check.txt"; fail "the example laboratory is refused"; }
 expect "spinlane-ini get" 4 \
   "$("$bin/spinlane-ini" get "$demo" General 'Total Queue Items')"
 

@@ -250,6 +250,19 @@ private Q_SLOTS:
         QCOMPARE(doc.toBytes(), "[Data]\r\nx=1\r\n\r\n[Other]\r\n\n[DATA]\r\n"_ba);
     }
 
+    // Each header and entry with its line number, whatever ends the lines before it.
+    void itemsWithTheirLines()
+    {
+        const ProfileDocument doc = ProfileDocument::fromBytes(
+            "top=0\n[A]\r\n\r\n  k = \"v\" \r; note\rbare\n\n\n[ B ]\nx=\n"_ba);
+        QStringList seen;
+        for (const ProfileDocument::Item& item : doc.items())
+            seen.append(QString::number(item.line) + u' ' + item.section + u'|'
+                        + (item.header ? u"[]"_s : item.key) + u'|' + item.value.value_or(u"-"_s));
+        QCOMPARE(seen, (QStringList{u"1 |top|0"_s, u"2 A|[]|-"_s, u"4 A|k|v"_s, u"5 A|; note|-"_s,
+                                    u"6 A|bare|-"_s, u"9 B|[]|-"_s, u"10 B|x|"_s}));
+    }
+
     // Random edits of awkward documents: after each one the document must read exactly as a
     // fresh parse of its bytes does.
     void documentReadsAsItsBytes()

@@ -12,7 +12,7 @@
 #include "runner/ProgramLinks.h"
 #include "settings/RecoveryJournal.h"
 #include "support/ProgramFixture.h"
-#include "support/ScaledClock.h"
+#include "support/RealLabSeams.h"
 #include "support/SimulatedLab.h"
 
 #include <QDBusConnection>
@@ -47,21 +47,6 @@ QString general(const QString& path, const QString& key)
 
 // The simulated laboratory: each experiment runs a second and a half.
 const QByteArray kLab = "[Experiment 1]\r\nTitle=PROTON\r\nDuration=1.5\r\n";
-
-// While it lives: the real clock (sped up), event pump and laboratory bus, and `end` if given.
-struct RealLabSeams {
-    explicit RealLabSeams(ProgramEnd* end = nullptr)
-        : before(installSeams({nullptr, nullptr, nullptr, &clock, &pump, end}))
-        , fake(installAutomation(&automation))
-    {
-    }
-    ~RealLabSeams() { installSeams(before), installAutomation(fake); }
-    ScaledClock clock{20};
-    QtEventPump pump;
-    DBusAutomation automation{QDBusConnection::sessionBus(), DBusAutomation::Timeouts{2000, 10000}};
-    const Seams before;
-    AutomationBackend* const fake;
-};
 
 // The child process: the whole program on the test's settings file and the simulated laboratory,
 // with the real event loop and end; a person moves SN3 before SN2, switches Always On Top on
