@@ -5,20 +5,20 @@
 #include "adapter/CommandTemplate.h"
 #include "adapter/Values.h"
 #include "core/ProfileFile.h"
-#include "settings/RecoveryJournal.h"
 #include "core/RuntimeError.h"
-#include "queue/Session.h"
-#include "settings/Settings.h"
-#include "queue/SettingsFile.h"
 #include "core/SingleInstance.h"
 #include "core/Startup.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
+#include "queue/Session.h"
+#include "queue/SettingsFile.h"
 #include "runner/LabBus.h"
 #include "runner/LabInterfaces.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
+#include "settings/RecoveryJournal.h"
+#include "settings/Settings.h"
 #include "support/QueueProbe.h"
 #include "support/RealLabSeams.h"
 #include "support/RunningAdapter.h"
@@ -122,17 +122,6 @@ QString exampleLab(const QTemporaryDir& dir, const Changes& changes = {})
     return copyExampleLab(kExamples, dir.path(), changes);
 }
 
-QStringList queueInFile(const QString& path)
-{
-    const ProfileDocument file = ProfileDocument::load(path);
-    QStringList items;
-    for (qint32 i = 1; i <= settings::readTotalQueueItems(file); ++i) {
-        const QueueItem item = settings::readQueueItem(file, i);
-        items.append(item.ItemSN + u' ' + item.SampleName);
-    }
-    return items;
-}
-
 } // namespace
 
 class TestAdapter : public QObject {
@@ -181,7 +170,7 @@ class TestAdapter : public QObject {
         run.statuses = statuses();
         run.boxes = m_seams->messageBoxes.texts().mid(1); // after the start-up question
         run.ends = m_seams->programEnd.ends;
-        run.journal = queueInFile(recoveryJournalPath());
+        run.journal = queueInFile(recoveryJournalPath(), &QueueItem::SampleName);
         if (readFile(ini) != before)
             run.journal.append(u"the settings file changed"_s);
         return run;

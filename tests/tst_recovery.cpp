@@ -29,17 +29,6 @@ using namespace spinlane::testing;
 
 namespace {
 
-QStringList fileStatuses(const QString& path)
-{
-    const ProfileDocument file = ProfileDocument::load(path);
-    QStringList result;
-    for (qint32 i = 1; i <= settings::readTotalQueueItems(file); ++i) {
-        const QueueItem item = settings::readQueueItem(file, i);
-        result.append(item.ItemSN + u' ' + item.Status);
-    }
-    return result;
-}
-
 QString general(const QString& path, const QString& key)
 {
     return settings::readText(ProfileDocument::load(path), settings::kGeneral, key, {});
@@ -99,7 +88,7 @@ class TestRecovery : public ProgramTest {
         child.start(QCoreApplication::applicationFilePath(),
                     {u"--run-program"_s, program().iniPath()});
         const auto reachedSecond = [&] {
-            return fileStatuses(journal()).value(1) == u"SN3 In progress"_s
+            return queueInFile(journal(), &QueueItem::Status).value(1) == u"SN3 In progress"_s
                    && lab.calls().count(u"Expedra.RunExperiment()"_s) == 2;
         };
         const QDeadlineTimer deadline(30000);
@@ -123,10 +112,10 @@ private Q_SLOTS:
         select(2);
         click(form->updQueueItemUp);
         trigger(u"mnuPrefs"_s, 50);
-        QTRY_COMPARE(fileStatuses(journal()), (QStringList{u"SN2 Idle"_s, u"SN1 Idle"_s}));
+        QTRY_COMPARE(queueInFile(journal(), &QueueItem::Status), (QStringList{u"SN2 Idle"_s, u"SN1 Idle"_s}));
         QCOMPARE(general(journal(), u"AlwaysOnTop"_s), u"True"_s);
         click(form->cmdStartQueue);
-        QTRY_COMPARE(fileStatuses(journal()), (QStringList{u"SN2 Done"_s, u"SN1 Done"_s}));
+        QTRY_COMPARE(queueInFile(journal(), &QueueItem::Status), (QStringList{u"SN2 Done"_s, u"SN1 Done"_s}));
         QCOMPARE(general(journal(), u"Current Queue Num"_s), u"2"_s);
 
         // A run-time error ends the program and leaves both files as they were.
@@ -236,7 +225,7 @@ private Q_SLOTS:
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
         QCOMPARE(lab.calls().count(u"Expedra.RunExperiment()"_s), 2);
         trigger(u"mnuFile"_s, 50);
-        QCOMPARE(fileStatuses(program().iniPath()),
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
                  (QStringList{u"SN1 Done"_s, u"SN3 Done"_s, u"SN2 Done"_s}));
         QCOMPARE(general(program().iniPath(), u"Password"_s), u"secret"_s);
         QVERIFY(!QFile::exists(journal()));
@@ -251,7 +240,7 @@ private Q_SLOTS:
         QVERIFY(child.waitForFinished(20000));
         QCOMPARE(child.exitStatus(), QProcess::NormalExit);
         QCOMPARE(child.exitCode(), 0);
-        QCOMPARE(fileStatuses(program().iniPath()),
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
                  (QStringList{u"SN1 Done"_s, u"SN3 Stopped"_s, u"SN2 Idle"_s}));
         QCOMPARE(general(program().iniPath(), u"Current Queue Num"_s), u"2"_s);
         QVERIFY(!QFile::exists(journal()));

@@ -1,6 +1,8 @@
 #include "support/SettingsFiles.h"
 
+#include "core/ProfileFile.h"
 #include "core/Startup.h"
+#include "queue/SettingsFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -88,6 +90,17 @@ QByteArray readFile(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QStringList queueInFile(const QString& path, QString QueueItem::*field)
+{
+    const ProfileDocument file = ProfileDocument::load(path);
+    QStringList items;
+    for (qint32 i = 1; i <= settings::readTotalQueueItems(file); ++i) {
+        const QueueItem item = settings::readQueueItem(file, i);
+        items.append(item.ItemSN + u' ' + item.*field);
+    }
+    return items;
 }
 
 } // namespace spinlane::testing

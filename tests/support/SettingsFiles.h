@@ -6,6 +6,10 @@
 
 #include <utility>
 
+namespace spinlane {
+struct QueueItem;
+}
+
 // Settings files for tests that start the whole program.
 namespace spinlane::testing {
 
@@ -39,5 +43,8 @@ private:
     quint64 m_saved = 0;
 };
 QByteArray readFile(const QString& path);
+
+// The queue a settings file (or journal) holds, one "ItemSN field" text per item, in order.
+QStringList queueInFile(const QString& path, QString QueueItem::*field);
 
 } // namespace spinlane::testing
