@@ -177,12 +177,12 @@ private:
         if (sameName(key, kTimeoutKey)) {
             bool ok = false;
             const double seconds = value.toDouble(&ok);
-            if (ok && seconds > 0 && seconds * 1000 < kLongestTimeoutMs)
+            if (ok && seconds * 1000 >= kShortestTimeoutMs && seconds * 1000 < kLongestTimeoutMs)
                 program.timeoutMs = qRound(seconds * 1000);
             else
                 m_mistakes.add(line, key,
                                u"\""_s + value
-                                   + u"\" is not a number of seconds above 0 and below 10"_s);
+                                   + u"\" is not a number of seconds from 0.1 to below 10"_s);
             return;
         }
         if (sameName(key, kHelperKey)) {

@@ -17,6 +17,7 @@ namespace spinlane::adapter {
 // otherwise: well inside the 10 seconds after which Spinlane gives up on a call.
 inline constexpr int kDefaultTimeoutMs = 5000;
 inline constexpr int kLongestTimeoutMs = 10000; // a timeout must stay below it
+inline constexpr int kShortestTimeoutMs = 100;
 
 enum class Service {
     Run, // run: a command per call

@@ -71,7 +71,14 @@ CommandRun::CommandRun(const QStringList& words, const QString& folder, const QS
     m_process.start();
 }
 
-CommandRun::~CommandRun() { killGroup(); }
+CommandRun::~CommandRun()
+{
+    // The process outlives this object's other members while it is destroyed: nothing it reports
+    // from now on may reach them.
+    m_process.disconnect(this);
+    killGroup();
+    m_process.waitForFinished(1000);
+}
 
 void CommandRun::killGroup()
 {

@@ -46,6 +46,9 @@ Helper::Helper(const QStringList& words, const QString& folder, const QString& n
 Helper::~Helper()
 {
     m_dead = true; // what follows is no death to report
+    // An answer read while the helper ends must not reach the program being destroyed.
+    m_process.disconnect(this);
+    m_done = nullptr;
     if (m_process.state() == QProcess::NotRunning)
         return;
     m_process.closeWriteChannel();

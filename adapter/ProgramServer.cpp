@@ -167,6 +167,7 @@ void ProgramServer::release(const QString& why)
     // so that links to its unique name fail as they do when a program dies.
     m_bus.unregisterService(labBusName(m_setup.className));
     QDBusConnection::disconnectFromBus(connectionName(m_setup.className));
+    m_bus = QDBusConnection(QString()); // the last reference: the connection closes now
     Q_EMIT lost(why);
 }
 

@@ -318,7 +318,7 @@ private Q_SLOTS:
              u"13: GetActualSpinRate: unknown placeholder {Position.1}"_s,
              u"13: GetActualSpinRate: unknown placeholder {OutputFile}"_s});
         row("no such way", "Timeout=10\nQuit=ignore\n", {u"Quit"_s},
-            {u"13: Timeout: \"10\" is not a number of seconds above 0 and below 10"_s,
+            {u"13: Timeout: \"10\" is not a number of seconds from 0.1 to below 10"_s,
              u"14: Quit: \"ignore\" is none of run: COMMAND, helper, store, const: VALUE"_s});
         row("bad answers", "IsReady=const: maybe\nSetSpin=const: true\n",
             {u"IsReady"_s, u"SetSpin"_s},
@@ -430,6 +430,9 @@ private Q_SLOTS:
                                             changer(u"GetLoadFailed"_s, u"run: sleep 30"_s)}
                                  << u"GetLoadFailed: SLEEP 30: gave no answer within 0.5 s and was "
                                     "stopped"_s;
+        QTest::newRow("endless answer")
+            << Changes{changer(u"GetLoadFailed"_s, u"run: yes"_s)}
+            << u"GetLoadFailed: YES: answered more than 1 MiB"_s;
         QTest::newRow("answer that does not read")
             << Changes{changer(u"GetLoadFailed"_s, u"run: echo maybe"_s)}
             << u"GetLoadFailed: ECHO maybe: the answer \"maybe\" is not true or false"_s;
@@ -442,7 +445,7 @@ private Q_SLOTS:
     {
         QFETCH(Changes, changes);
         QFETCH(QString, detail);
-        for (const QString& program : {u"sh"_s, u"sleep"_s, u"echo"_s})
+        for (const QString& program : {u"sh"_s, u"sleep"_s, u"echo"_s, u"yes"_s})
             detail.replace(program.toUpper(), QStandardPaths::findExecutable(program));
         QTemporaryDir dir;
         // Answers false to all but LoadSample, at which it ends.
@@ -456,6 +459,8 @@ private Q_SLOTS:
             kAdapter, exampleLab(dir, changes),
             kExampleEnvironment + QStringList{u"SPINLANE_LAB_STATE="_s + dir.filePath(u"state"_s)});
         QVERIFY2(adapter.waitUntilServing(), qPrintable(adapter.errors()));
+        const auto bus = QDBusConnection::sessionBus().interface();
+        const QString changerProcess = bus->serviceOwner(labBusName(kSampleChangerClass));
         const Run run = runDemoQueue();
         QCOMPARE(run.ends, 1);
         QCOMPARE(run.boxes,
@@ -469,6 +474,8 @@ private Q_SLOTS:
         QCOMPARE(errorNumber([] { automation().GetObject(kExpedraClass); }), 0);
         QCOMPARE(errorNumber([] { automation().GetObject(kSampleChangerClass); }),
                  helperDied ? RuntimeError::CannotCreateObject : 0);
+        // Spinlane's links call the process, so its own name must go too, as with a dead program.
+        QTRY_COMPARE(bus->isServiceRegistered(changerProcess).value(), !helperDied);
     }
 };
 
