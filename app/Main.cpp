@@ -53,7 +53,6 @@ void Main(const QStringList& arguments)
     frmSpinlane& form = LoadMainForm();
     form.show();
     InitMainWindow(form);
-    gRecoveryJournal.start();
     gStarting = false;
 }
 
@@ -76,6 +75,8 @@ void InitMainWindow(frmSpinlane& form)
     PopulateQueueList();
     UpdateSelectionStatus();
     RestoreRunControls();
+    // From here on the window can be used, the wait for the changer included.
+    gRecoveryJournal.start();
     ShowLoginPanel(form);
     if (gSampleControl == 2 && !gExpQueueOnly)
         WaitForSampleChanger();
@@ -87,8 +88,10 @@ namespace {
 void closeAfterRun()
 {
     guarded([] {
+        // Before the window there is nothing to save; once it is shown (the wait for the sample
+        // changer included) the program closes as File/Exit closes it.
         frmSpinlane* form = MainForm();
-        if (!form || gStarting)
+        if (!form || !form->isVisible())
             EndProgram();
         // Closing from inside a nested event loop (a run's waits, a lab call waiting for its answer,
         // a message box) would unload the window under the handler that runs it: wait until

@@ -31,7 +31,10 @@ bool writeFileAtomically(const QString& path, const QByteArray& bytes, QString* 
     // Unbuffered, so that each write reaches the system and a short one is seen here; a buffered
     // QSaveFile flushes inside commit() and renames a short file without a word.
     QSaveFile file(path);
-    file.setDirectWriteFallback(false);
+    // A file the user may write in a folder the user may not write (a shared console folder)
+    // is written in place, as the Windows profile functions do; there a failed write can leave
+    // the file short.
+    file.setDirectWriteFallback(true);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return fail(reason, file.errorString());
     for (qint64 written = 0; written < bytes.size();) {

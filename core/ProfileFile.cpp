@@ -779,16 +779,20 @@ QString readString(const QString& path, QStringView section, QStringView key,
     return ProfileDocument::load(path).readString(section, key, defaultValue);
 }
 
-bool writeString(const QString& path, QStringView section, QStringView key, const QString& value)
+bool change(const QString& path, const std::function<bool(ProfileDocument&)>& edit)
 {
     std::optional<ProfileDocument> doc = loadForChange(path);
-    return doc && doc->writeString(section, key, value) && doc->save(path);
+    return doc && edit(*doc) && doc->save(path);
+}
+
+bool writeString(const QString& path, QStringView section, QStringView key, const QString& value)
+{
+    return change(path, [&](ProfileDocument& doc) { return doc.writeString(section, key, value); });
 }
 
 bool clearSection(const QString& path, QStringView section)
 {
-    std::optional<ProfileDocument> doc = loadForChange(path);
-    return doc && doc->clearSection(section) && doc->save(path);
+    return change(path, [&](ProfileDocument& doc) { return doc.clearSection(section); });
 }
 
 } // namespace ProfileFile

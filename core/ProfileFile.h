@@ -6,6 +6,7 @@
 #include <QString>
 #include <QStringView>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -108,6 +109,10 @@ QString readString(const QString& path, QStringView section, QStringView key,
 // False when nothing changed or the file could not be written.
 bool writeString(const QString& path, QStringView section, QStringView key, const QString& value);
 bool clearSection(const QString& path, QStringView section);
+// Reads the file (an empty document when there is none; an existing file that cannot be read is
+// left alone), lets `edit` change it and saves it when `edit` returns true. False when nothing
+// was saved.
+bool change(const QString& path, const std::function<bool(ProfileDocument&)>& edit);
 } // namespace ProfileFile
 
 } // namespace spinlane

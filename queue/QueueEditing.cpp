@@ -104,6 +104,7 @@ std::optional<QueueItem> FirstItemWithSample(qint32 sampleNum)
 void CommitNewItem(qint16 position, QueueItem item)
 {
     item.Status = u"Idle"_s;
+    item.SavedSection = 0;
     // An item always names an experiment: without a choice a new item takes the first.
     if (item.ExpTitleIndex < 0)
         item.ExpTitleIndex = 0;
@@ -159,6 +160,32 @@ void CommitEditedItem(const QueueItem& item)
     gQueueList.setSubItem(row, QueueList::UserIDSubItem, stored.UserID);
 }
 
+namespace {
+
+// The settings file loses the deleted item's own section, wherever moves have put the item since
+// the file was saved, and the items after it there move up: a start from that file after a crash
+// finds neither a blank item nor the deleted one, and keeps every other.
+void forgetSavedItem(qint32 section)
+{
+    if (section == 0)
+        return; // added in this session: the file does not hold it
+    const auto removed = [section](ProfileDocument& file) {
+        try {
+            return settings::removeQueueItem(file, section);
+        } catch (const RuntimeError&) {
+            return false; // a queue the file cannot give back is left as it is
+        }
+    };
+    if (!ProfileFile::change(gIniPath, removed))
+        return;
+    for (qint32 i = 1; i <= gQueueList.count(); ++i) {
+        if (gQueue(i).SavedSection > section)
+            --gQueue(i).SavedSection;
+    }
+}
+
+} // namespace
+
 bool DeleteQueueItem(qint32 index)
 {
     // The row asked about is the one the permission check and the status bar look at.
@@ -179,6 +206,7 @@ bool DeleteQueueItem(qint32 index)
         --gCurrentQueueNum;
     const qint32 n = gQueueList.count();
     const std::vector<QueueItem> before = queueCopy(n);
+    const qint32 savedSection = gQueue(index).SavedSection;
     gQueueList.remove(index);
     const qint32 m = gQueueList.count();
     if (m == 0) {
@@ -202,7 +230,7 @@ bool DeleteQueueItem(qint32 index)
     if (m == 0 || gQueueList.selectedIndex() != 0)
         UpdateSelectionStatus();
 
-    ProfileFile::clearSection(gIniPath, settings::itemSectionName(index));
+    forgetSavedItem(savedSection);
     return true;
 }
 

@@ -38,7 +38,7 @@ void CommitNewItem(qint16 position, QueueItem item);
 void CommitEditedItem(const QueueItem& item);
 
 // Asks about list row `index` and deletes it on Yes: the current number moves back when the item
-// stood at or before it, and the item's section of the settings file is emptied at once. A No
+// stood at or before it, and the item leaves the settings file's queue at once. A No
 // sets gDeleteDeclined. Returns false, changing nothing, when the user may not change the item.
 bool DeleteQueueItem(qint32 index);
 

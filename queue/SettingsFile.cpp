@@ -76,4 +76,21 @@ void writeQueueItem(ProfileDocument& file, qint32 queueNum, const QueueItem& ite
     file.writeString(section, kStatus, item.Status);
 }
 
+bool removeQueueItem(ProfileDocument& file, qint32 section)
+{
+    if (!file.value(kGeneral, kTotalQueueItems))
+        return false;
+    const qint32 total = readTotalQueueItems(file);
+    if (section < 1 || section > total)
+        return false;
+    for (qint32 i = section; i < total; ++i)
+        writeQueueItem(file, i, readQueueItem(file, i + 1));
+    file.clearSection(itemSectionName(total));
+    file.writeString(kGeneral, kTotalQueueItems, QString::number(total - 1));
+    const qint32 current = toInt32(readNumber(file, kGeneral, kCurrentQueueNum, u"0"_s));
+    if (current >= section)
+        file.writeString(kGeneral, kCurrentQueueNum, QString::number(current - 1));
+    return true;
+}
+
 } // namespace spinlane::settings

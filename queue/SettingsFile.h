@@ -47,4 +47,10 @@ qint32 readTotalQueueItems(const ProfileDocument& file);
 QueueItem readQueueItem(const ProfileDocument& file, qint32 queueNum);
 void writeQueueItem(ProfileDocument& file, qint32 queueNum, const QueueItem& item);
 
+// Takes item section `section` out of the file's queue: the items after it move up one section,
+// the last section is emptied, "Total Queue Items" counts one less and "Current Queue Num" moves
+// back when it was at or after the item. False, with the file unchanged, when the file's queue
+// does not hold that section. Raises what reading the file's queue raises.
+bool removeQueueItem(ProfileDocument& file, qint32 section);
+
 } // namespace spinlane::settings

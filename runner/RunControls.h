@@ -30,6 +30,9 @@ public:
 
 Q_SIGNALS:
     void changed();
+    // The run reached a moment that must be on the disk before its next step: an item was taken
+    // up, an item's outcome was recorded, or the run ended. Receivers write synchronously.
+    void runMoment();
 
 private:
     QString m_caption = kStartCaption;

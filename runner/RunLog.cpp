@@ -9,6 +9,10 @@
 
 #include <QFile>
 
+#ifdef Q_OS_UNIX
+#include <unistd.h>
+#endif
+
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -33,6 +37,11 @@ void writeLine(const QString& line)
     const QByteArray bytes = (line + u"\r\n"_s).toLocal8Bit();
     if (file.write(bytes) != bytes.size() || !file.flush())
         throw RuntimeError(RuntimeError::DeviceIOError);
+#ifdef Q_OS_UNIX
+    // An outcome the log tells of is on the disk before the run's next step; a log that cannot
+    // be synced (a pipe, a device) has had its line all the same.
+    ::fdatasync(file.handle());
+#endif
 }
 
 void writeBanner(const QString& banner, char separator, int length)

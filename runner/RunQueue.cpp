@@ -112,6 +112,9 @@ bool record(Outcome outcome, qint32 row, qint32 n)
         setStatus(row, n, u"Done"_s, kBlue);
         break;
     }
+    // The outcome reaches the recovery journal before the log, so that a log line never tells
+    // of an outcome that a restore would not bring back.
+    Q_EMIT gRunControls.runMoment();
     if (gLogOn)
         WriteItemLogLine(gQueueList.row(row).text, n);
     switch (outcome) {
@@ -200,6 +203,7 @@ void RunQueue()
         setStatus(row, n, u"In progress"_s, kGreen);
         gQueueList.setBold(row, true);
         gQueueList.setGhosted(row, true);
+        Q_EMIT gRunControls.runMoment();
         if (!record(runItem(n, previousSample), row, n))
             return;
     }
@@ -241,6 +245,7 @@ void FinishRun()
     for (qint32 row = 1; row <= gQueueList.count(); ++row)
         gQueueList.setGhosted(row, false);
     gStatusBar.setText(StatusBar::SpinPanel, {});
+    Q_EMIT gRunControls.runMoment();
     if (sampleChangerRun()) {
         // The changer is left spinning at 20 Hz after a finished run.
         SampleChanger& changer = linked(gSampleChanger);

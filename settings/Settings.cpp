@@ -55,8 +55,10 @@ void readState(const ProfileDocument& file)
 
     if (gTotalQueueItems >= 1) {
         gQueue.redim(gTotalQueueItems);
-        for (qint32 i = 1; i <= gTotalQueueItems; ++i)
+        for (qint32 i = 1; i <= gTotalQueueItems; ++i) {
             gQueue(i) = readQueueItem(file, i);
+            gQueue(i).SavedSection = i;
+        }
     }
 }
 
@@ -109,6 +111,7 @@ void LoadSettings()
     };
     if (const std::optional<ProfileDocument> journal = OfferRecovery(readsCleanly)) {
         readState(*journal);
+        RestoreSavedSections(*journal);
         for (qint32 i = 1; i <= gQueue.upperBound(); ++i) {
             if (gQueue(i).Status == u"In progress"_s)
                 gQueue(i).Status = u"Stopped"_s;
@@ -136,7 +139,7 @@ ProfileDocument settingsDocument()
     return file;
 }
 
-void SaveSettings(const std::optional<WindowPosition>& mainWindow)
+bool SaveSettings(const std::optional<WindowPosition>& mainWindow)
 {
     if (mainWindow) {
         gFormTop = mainWindow->top;
@@ -158,15 +161,26 @@ void SaveSettings(const std::optional<WindowPosition>& mainWindow)
     const ProfileDocument file = settingsDocument();
     QString reason;
     if (file.isModified() && !file.save(gIniPath, &reason)) {
-        // The file keeps its old content; the journal keeps the session for the next start.
-        gRecoveryJournal.flush();
+        // The file keeps its old content; the journal keeps the session for the next start. When
+        // the journal cannot be written either, the program stays open with the queue.
+        const QString saveFailed =
+            u"Spinlane could not save the settings file "_s + gIniPath + u":\r\n"_s + reason;
+        if (!gRecoveryJournal.keep()) {
+            msgBox(saveFailed
+                       + u"\r\nNor can it keep the queue for restoring. Spinlane stays open: "
+                         u"make room on the disk or allow the writing, then close it again."_s,
+                   MsgButtons::Ok, MsgIcon::Exclamation);
+            return false;
+        }
         gRecoveryJournal.stop();
-        msgBox(u"Spinlane could not save the settings file "_s + gIniPath + u":\r\n"_s + reason
-                   + u"\r\nThe queue will be offered for restoring at the next start."_s,
+        msgBox(saveFailed + u"\r\nThe queue will be offered for restoring at the next start."_s,
                MsgButtons::Ok, MsgIcon::Exclamation);
-        return;
+        return true;
     }
     RemoveRecoveryJournal();
+    for (qint32 i = 1; i <= gTotalQueueItems; ++i)
+        gQueue(i).SavedSection = i;
+    return true;
 }
 
 } // namespace spinlane

@@ -32,6 +32,8 @@ ProfileDocument settingsDocument();
 // file is read once, changed in memory and written once; keys nobody changed (such as the
 // password) and stale item sections stay as they are. Then the recovery journal is removed; when
 // the file cannot be written, a warning names the file and the reason, and the journal stays.
-void SaveSettings(const std::optional<WindowPosition>& mainWindow);
+// Returns false when neither the file nor the journal could take the session's work: the
+// program must not end then.
+bool SaveSettings(const std::optional<WindowPosition>& mainWindow);
 
 } // namespace spinlane

@@ -144,7 +144,8 @@ class TestAdapter : public QObject {
     Run runDemoQueue()
     {
         const QString ini = m_dir.filePath(u"Spinlane.INI"_s);
-        QFile::remove(ini);
+        for (const QString& file : {ini, ini + u".recovery"_s})
+            QFile::remove(file); // a fresh start: the last run's journal would be offered
         QFile::copy(kDemoSettings, ini);
         QFile::setPermissions(ini, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         const QByteArray before = readFile(ini);

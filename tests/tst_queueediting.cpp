@@ -1,4 +1,5 @@
 #include "core/Conversions.h"
+#include "core/ProfileFile.h"
 #include "core/ProgramSettings.h"
 #include "core/RuntimeError.h"
 #include "queue/QueueEditing.h"
@@ -182,11 +183,11 @@ private Q_SLOTS:
         QCOMPARE(gQueue(1).ExpTitleIndex, qint16(1));
     }
 
-    void deletingShiftsTheCurrentItemAndEmptiesItsSection()
+    void deletingShiftsTheCurrentItem()
     {
         QTemporaryDir dir;
         gIniPath = dir.filePath(u"Spinlane.INI"_s);
-        writeFile(gIniPath, settingsFile({{}, {}, {}, {}, {}}));
+        writeFile(gIniPath, settingsFile({{}, {}, {}, {}, {}}, {{u"Current Queue Num"_s, u"4"_s}}));
         makeQueue(5, {u"Done"_s, u"Done"_s, u"Done"_s, u"Stopped"_s});
         gCurrentQueueNum = 4;
         gQueueList.selectOnly(2);
@@ -200,10 +201,10 @@ private Q_SLOTS:
         QVERIFY(rowsNumbered());
         QCOMPARE(gQueueList.selectedIndex(), 2); // the next row takes the selection
         QCOMPARE(gStatusBar.text(StatusBar::SamplePanel), u"Sample 3"_s);
-        // The section is emptied in the file at once; the rest waits for the next save.
-        const QByteArray file = readFile(gIniPath);
-        QVERIFY(file.contains("[Item 2]\r\n[Item 3]\r\nItem S/N=SN3\r\n"));
-        QVERIFY(file.contains("Total Queue Items=5\r\n"));
+        // The file's queue loses the item at once, and its current number follows.
+        QCOMPARE(queueInFile(gIniPath, &QueueItem::ItemSN),
+                 (QStringList{u"SN1 SN1"_s, u"SN3 SN3"_s, u"SN4 SN4"_s, u"SN5 SN5"_s}));
+        QCOMPARE(ProfileFile::readString(gIniPath, u"General", u"Current Queue Num", {}), u"3"_s);
 
         // Deleting the current item itself moves the current number back too.
         gQueueList.selectOnly(3);
@@ -220,6 +221,47 @@ private Q_SLOTS:
         QCOMPARE(gQueue.upperBound(), 1);
         QCOMPARE(gQueue(1), QueueItem{});
         QCOMPARE(gStatusBar.progressValue(), 0); // the empty status bar is the runner's test
+    }
+
+    // Whatever moves and additions came since the file was saved, a delete takes exactly the
+    // deleted item out of the file: a start from it finds every other saved item, no blank one.
+    void deletingKeepsTheFilesOtherItems()
+    {
+        QTemporaryDir dir;
+        gIniPath = dir.filePath(u"Spinlane.INI"_s);
+        writeFile(gIniPath, settingsFile({{}, {}, {}, {}}));
+        makeQueue(4);
+        const auto remove = [this](qint32 row) {
+            gQueueList.selectOnly(row);
+            seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+            DeleteSelectedItems();
+        };
+        const auto fileQueue = [] { return queueInFile(gIniPath, &QueueItem::ItemSN); };
+
+        gQueueList.selectOnly(4);
+        QVERIFY(MoveSelectedRow(-1) && MoveSelectedRow(-1));
+        QCOMPARE(serials(), serialsOf({1, 4, 2, 3}));
+        remove(2);
+        QCOMPARE(fileQueue(), (QStringList{u"SN1 SN1"_s, u"SN2 SN2"_s, u"SN3 SN3"_s}));
+
+        // An item added in this session is not in the file: deleting it leaves the file alone.
+        QueueItem added;
+        added.ItemSN = u"NEW"_s;
+        added.SavedSection = 7; // a copy of another item's fields does not make it saved
+        CommitNewItem(1, added);
+        const QByteArray before = readFile(gIniPath);
+        remove(1);
+        QCOMPARE(readFile(gIniPath), before);
+
+        // The items after a deleted one moved up in the file; later deletes still find theirs.
+        gQueueList.selectOnly(3);
+        QVERIFY(MoveSelectedRow(-1) && MoveSelectedRow(-1));
+        QCOMPARE(serials(), serialsOf({3, 1, 2}));
+        remove(3);
+        QCOMPARE(fileQueue(), (QStringList{u"SN1 SN1"_s, u"SN3 SN3"_s}));
+        remove(1);
+        QCOMPARE(fileQueue(), (QStringList{u"SN1 SN1"_s}));
+        QCOMPARE(serials(), serialsOf({1}));
     }
 
     // A declined row is asked for again after each deletion; a refused item ends them.

@@ -501,7 +501,8 @@ void frmSpinlane::Form_Unload(QCloseEvent* event)
         while (gStopRequested)
             seams().eventPump->waitForEvents(kEventWaitMs);
     }
-    SaveSettings(restoredPosition());
+    if (!SaveSettings(restoredPosition()))
+        return;
     ReleasePrograms();
     event->accept();
     EndProgram();

@@ -46,6 +46,7 @@ void makeQueue(qint32 n, const QStringList& statuses, const QStringList& owners)
         item.Organization = u"Org of "_s + item.UserID;
         item.OutputFilePath = u"/data/"_s + QString::number(i) + u".kvd"_s;
         item.Status = statuses.value(i - 1, u"Idle"_s);
+        item.SavedSection = i; // as read from a settings file
         FillQueueRow(gQueueList.add(), i);
     }
     if (n > 0)

@@ -10,7 +10,8 @@ namespace spinlane::testing {
 
 // A queue of items SN1..SNn (sample 10·i, "Sample i", output /data/i.kvd) with the given statuses
 // ("Idle" where the list runs out), owned by "ann" unless `owners` says otherwise, their rows
-// filled as the window fills them and row n selected.
+// filled as the window fills them and row n selected; item i stands in section i of the settings
+// file, as after a start.
 void makeQueue(qint32 n, const QStringList& statuses = {}, const QStringList& owners = {});
 
 // Adds item n, the next one ("SNn", "Sample n", described "desc", ann of Chem, /data/n.kvd), and
