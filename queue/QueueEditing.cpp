@@ -182,6 +182,7 @@ void forgetSavedItem(qint32 section)
         if (gQueue(i).SavedSection > section)
             --gQueue(i).SavedSection;
     }
+    Q_EMIT gQueueList.savedQueueChanged();
 }
 
 } // namespace

@@ -98,6 +98,11 @@ public:
                         int role = Qt::DisplayRole) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
+Q_SIGNALS:
+    // A delete took an item out of the settings file on the disk: what keeps the session's
+    // state beside the file must follow at once.
+    void savedQueueChanged();
+
 private:
     QueueRow& rowRef(qint32 index);
     void rowChanged(qint32 index) { rowsChanged(index, index); }

@@ -16,8 +16,6 @@
 #include <QStandardPaths>
 #include <QUrl>
 
-#include <cstdio>
-
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -76,8 +74,9 @@ void RecoveryJournal::start()
     connect(&gQueueList, &QAbstractItemModel::layoutChanged, this, &RecoveryJournal::changed,
             follow);
     connect(&gRunControls, &RunControls::changed, this, &RecoveryJournal::changed, follow);
-    connect(&gRunControls, &RunControls::runMoment, this, &RecoveryJournal::flush,
-            Qt::ConnectionType(Qt::UniqueConnection | Qt::DirectConnection));
+    const auto atOnce = Qt::ConnectionType(Qt::UniqueConnection | Qt::DirectConnection);
+    connect(&gRunControls, &RunControls::runMoment, this, &RecoveryJournal::flush, atOnce);
+    connect(&gQueueList, &QueueList::savedQueueChanged, this, &RecoveryJournal::flush, atOnce);
     m_written.clear();
     m_path.clear();
     m_failureReported = false;
@@ -139,11 +138,10 @@ bool RecoveryJournal::write(const QByteArray& bytes)
     } else {
         QString ownReason;
         if (!QDir().mkpath(QFileInfo(own).path()) || !writeFileAtomically(own, bytes, &ownReason)) {
-            if (!m_failureReported) {
-                std::fprintf(stderr, "spinlane: the recovery journal %s cannot be written: %s\n",
-                             qPrintable(beside), qPrintable(reason));
-                m_failureReported = true;
-            }
+            if (!m_failureReported) // on standard error, once until a write succeeds again
+                qWarning().noquote() << u"spinlane: the recovery journal "_s + beside
+                                            + u" cannot be written: "_s + reason;
+            m_failureReported = true;
             return false;
         }
         QFile::remove(beside);

@@ -22,7 +22,8 @@ QString declinedJournalPath(const QString& journalPath); // journalPath + "-decl
 
 // Writes the journal a moment after the program state changes: bursts of changes give one write,
 // and a change that leaves the document as it was last written gives none. The run's own
-// moments (an item taken up, an outcome recorded, the run's end) are written at once.
+// moments (an item taken up, an outcome recorded, the run's end) and a delete, which changes the
+// settings file at once, are written at once.
 class RecoveryJournal : public QObject {
     Q_OBJECT
 public:

@@ -354,26 +354,30 @@ private Q_SLOTS:
         QVERIFY(!doc.save(u"/proc/version"_s));
         QVERIFY(!ProfileFile::writeString(u"/proc/spinlane-test.ini"_s, u"s", u"k", u"v"_s));
 
-        if (geteuid() == 0)
-            QSKIP("Permission bits do not stop root");
-        // A read-only file; a file that cannot be read, so must not be replaced by one built from
-        // nothing; a file in a read-only folder, where no temporary file can be made beside it.
+        // In a folder that forbids new files (a shared console folder): a read-only file; a file
+        // that cannot be read, so must not be replaced by one built from nothing; and a file that
+        // may be written, which is written in place as no temporary file can be made beside it.
+        const QString folder = dir.filePath(u"ro"_s);
         const QString readOnly = dir.filePath(u"ro.ini"_s), writeOnly = dir.filePath(u"wo.ini"_s);
-        const QString folder = dir.filePath(u"ro"_s), inFolder = folder + u"/x.ini"_s;
-        QVERIFY(QDir(dir.path()).mkdir(u"ro"_s));
-        for (const QString& path : {readOnly, writeOnly, inFolder})
+        const QString writable = folder + u"/x.ini"_s;
+        for (const QString& path : {readOnly, writeOnly, writable})
             writeFile(path, "old"_ba);
-        QVERIFY(QFile::setPermissions(readOnly, QFile::ReadOwner));
-        QVERIFY(QFile::setPermissions(writeOnly, QFile::WriteOwner));
-        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
-        QVERIFY(!doc.save(readOnly));
-        QVERIFY(!ProfileFile::writeString(writeOnly, u"s", u"k", u"v"_s));
-        const bool saved = doc.save(inFolder);
-        QFile::setPermissions(writeOnly, QFile::ReadOwner);
-        QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QVERIFY(!saved);
-        for (const QString& path : {readOnly, writeOnly, inFolder})
+        QVERIFY(QFile::setPermissions(readOnly, QFile::ReadOwner | QFile::ReadOther));
+        QVERIFY(QFile::setPermissions(writeOnly, QFile::WriteOwner | QFile::WriteOther));
+        QTemporaryDir home;
+        bool saved = false, written = false;
+        {
+            const UnwritableFolder shared(folder, home.path());
+            QVERIFY(!doc.save(readOnly));
+            written = ProfileFile::writeString(writeOnly, u"s", u"k", u"v"_s);
+            saved = doc.save(writable);
+        }
+        QVERIFY(!written);
+        QVERIFY(saved);
+        for (const QString& path : {readOnly, writeOnly})
             QCOMPARE(readFile(path), "old"_ba);
+        QCOMPARE(readFile(writable), "[s]\r\nk=v\r\n"_ba);
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{u"x.ini"_s});
     }
 
     // A writer killed at any moment leaves the old file or the new one, never a mixture.

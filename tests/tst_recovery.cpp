@@ -7,9 +7,11 @@
 #include "core/RuntimeError.h"
 #include "core/SingleInstance.h"
 #include "core/SystemSeams.h"
+#include "queue/QueueEditing.h"
 #include "queue/SettingsFile.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
+#include "runner/RunLog.h"
 #include "settings/RecoveryJournal.h"
 #include "support/ProgramFixture.h"
 #include "support/RealLabSeams.h"
@@ -19,9 +21,12 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <csignal>
+#include <cstdio>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -63,6 +68,45 @@ int runProgram(int argc, char** argv)
     form->updQueueItemUp->click();
     form->menuItem(u"mnuPrefs"_s, 50)->trigger();
     QTimer::singleShot(0, form->cmdStartQueue, &QPushButton::click);
+    return QApplication::exec();
+}
+
+// The child process for a shutdown signal while start-up waits for the sample changer: once the
+// window is up, a person deletes SN2 and adds an item, and the child says "edited".
+int waitForChangerInChild(int argc, char** argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false);
+    const QString iniPath = QString::fromLocal8Bit(argv[2]);
+    ScriptedSeams scripted;
+    scripted.messageBoxes.queueAnswer(MsgAnswer::Ok);
+    scripted.fileDialogs.queueChoice(iniPath);
+    ProcessExit end;
+    const RealLabSeams real(&end);
+    setInstanceLockPath(iniPath + u".instance-lock"_s);
+    CloseOnShutdownSignals();
+    QTimer edit;
+    QObject::connect(&edit, &QTimer::timeout, [&] {
+        frmSpinlane* form = MainForm();
+        if (!form || !form->isVisible() || gQueueList.count() != 3)
+            return;
+        edit.stop();
+        guarded([&] {
+            form->txtUserID->setText(u"ann"_s);
+            form->cmdEnter->click();
+            gQueueList.selectOnly(2);
+            scripted.messageBoxes.queueAnswer(MsgAnswer::Yes);
+            DeleteSelectedItems();
+            QueueItem added;
+            added.ItemSN = u"NEW"_s;
+            CommitNewItem(3, added);
+        });
+        std::fputs("edited\n", stdout);
+        std::fflush(stdout);
+    });
+    edit.start(20);
+    guarded([] { Main({}); });
     return QApplication::exec();
 }
 
@@ -245,12 +289,256 @@ private Q_SLOTS:
         QCOMPARE(general(program().iniPath(), u"Current Queue Num"_s), u"2"_s);
         QVERIFY(!QFile::exists(journal()));
     }
+
+    // A lab program that fails on the first call after an outcome leaves the outcome in the
+    // journal, with the item the run had taken up; the restore agrees with the run log, and
+    // Continue takes up the next item, not the finished one.
+    void outcomeOutlivesTheNextCall_data()
+    {
+        QTest::addColumn<QString>("sampleControl");
+        QTest::addColumn<QString>("failingCall");
+        QTest::addColumn<QString>("outcome");
+        QTest::newRow("changer: load after Done") << u"2"_s << u"Changer.LoadSample"_s << u"Done"_s;
+        QTest::newRow("changer: load after Failed")
+            << u"2"_s << u"Changer.LoadSample"_s << u"Failed"_s;
+        QTest::newRow("single sample: set-up after Done")
+            << u"1"_s << u"Expedra.SetCurrentExperiment"_s << u"Done"_s;
+        QTest::newRow("single sample: set-up after Failed")
+            << u"1"_s << u"Expedra.SetCurrentExperiment"_s << u"Failed"_s;
+    }
+    void outcomeOutlivesTheNextCall()
+    {
+        QFETCH(QString, sampleControl);
+        QFETCH(QString, failingCall);
+        QFETCH(QString, outcome);
+        START_PROGRAM({{u"Idle"_s, 1, 1}, {u"Idle"_s, 2}, {u"Idle"_s, 3}},
+                      {{u"Sample Control"_s, sampleControl}});
+        if (outcome == u"Failed"_s)
+            lab().expedra->failingExperiments = {1};
+        const QString logPath = program().path(u"run.log"_s);
+        gLogOn = OpenLogFile(logPath, false);
+        connect(&gQueueList, &QAbstractItemModel::dataChanged, form, [&] {
+            if (gQueueList.subItem(1, QueueList::StatusSubItem) == outcome)
+                lab().log.failing.insert(failingCall);
+        });
+        click(form->cmdStartQueue);
+        QCOMPARE(seams().programEnd.ends, 1);
+        QCOMPARE(queueInFile(journal(), &QueueItem::Status),
+                 (QStringList{u"SN1 "_s + outcome, u"SN2 In progress"_s, u"SN3 Idle"_s}));
+        QCOMPARE(general(journal(), u"Current Queue Num"_s), u"2"_s);
+        const QStringList logged = runLogLines(logPath).filter(u"\tann\t"_s);
+        QCOMPARE(logged, QStringList{u"001\tSN1\t1\tSample 1\tCARBON\tann\t"_s + outcome + u"\tT"_s});
+
+        lab().log.failing.clear();
+        lab().expedra->failingExperiments.clear();
+        QVERIFY(program().restart({}, {MsgAnswer::Yes}));
+        QCOMPARE(statuses(), (QStringList{outcome, u"Stopped"_s, u"Idle"_s}));
+        QCOMPARE(gRunControls.startQueueCaption(), kContinueCaption);
+        program().logIn(u"ann"_s);
+        lab().log.clear();
+        click(program().form->cmdStartQueue);
+        QCOMPARE(statuses(), (QStringList{outcome, u"Done"_s, u"Done"_s}));
+        QCOMPARE(lab().log.calls.count(u"Expedra.RunExperiment()"_s), 2);
+        QVERIFY(!lab().log.calls.contains(u"Expedra.SetCurrentExperiment(1)"_s));
+    }
+
+    // A journal is the last session's work whatever the settings file's time says, and whether
+    // or not an administrator changed a key of the file since.
+    void journalOfferedWhateverTheFileSays_data()
+    {
+        QTest::addColumn<bool>("clockSetBack");
+        QTest::newRow("settings file hours in the future") << true;
+        QTest::newRow("one key changed by hand") << false;
+    }
+    void journalOfferedWhateverTheFileSays()
+    {
+        QFETCH(bool, clockSetBack);
+        START_PROGRAM(queueOf({u"Idle"_s, u"Idle"_s}));
+        click(form->cmdStartQueue);
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s}));
+        guarded([] { throw RuntimeError(RuntimeError::AutomationError); });
+        if (clockSetBack) {
+            QFile file(program().iniPath());
+            QVERIFY(file.open(QIODevice::ReadWrite)
+                    && file.setFileTime(QDateTime::currentDateTime().addSecs(7200),
+                                        QFileDevice::FileModificationTime));
+        } else {
+            QVERIFY(ProfileFile::writeString(program().iniPath(), u"General", u"LogFile",
+                                             u"/var/log/nmr.log"_s));
+        }
+        QVERIFY(program().restart({}, {MsgAnswer::Yes}));
+        QVERIFY(program().startBoxes.last().text.startsWith(
+            u"Spinlane did not close normally. Restore the queue"_s));
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s}));
+        QCOMPARE(gRunControls.startQueueCaption(), kRunAgainCaption);
+    }
+
+    // After moves, additions and deletes and a crash, either answer gives a queue without a
+    // blank item, a lost one or a deleted one: Yes the session's, No the saved one less the
+    // items deleted since.
+    void deletesAfterMovesSurviveACrash_data()
+    {
+        QTest::addColumn<MsgAnswer>("answer");
+        QTest::addColumn<QStringList>("queue");
+        QTest::addColumn<QStringList>("fileAfterDelete"); // once the first row is deleted
+        QTest::newRow("restored") << MsgAnswer::Yes
+                                  << QStringList{u"SN3"_s, u"SN1"_s, u"SN2"_s, u"NEW"_s}
+                                  << QStringList{u"SN1 Idle"_s, u"SN2 Idle"_s};
+        QTest::newRow("declined") << MsgAnswer::No << QStringList{u"SN1"_s, u"SN2"_s, u"SN3"_s}
+                                  << QStringList{u"SN2 Idle"_s, u"SN3 Idle"_s};
+    }
+    void deletesAfterMovesSurviveACrash()
+    {
+        QFETCH(MsgAnswer, answer);
+        QFETCH(QStringList, queue);
+        QFETCH(QStringList, fileAfterDelete);
+        START_PROGRAM(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s, u"Idle"_s}));
+        const auto moveUp = [&](qint32 row, int times) {
+            select(row);
+            for (int i = 0; i < times; ++i)
+                click(form->updQueueItemUp);
+        };
+        const auto remove = [&](qint32 row) {
+            select(row);
+            seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+            click(form->cmdDelete);
+        };
+        moveUp(4, 2);
+        remove(2); // SN4
+        QueueItem added;
+        added.ItemSN = u"NEW"_s;
+        CommitNewItem(4, added);
+        moveUp(3, 2); // SN3 to the top
+        QCOMPARE(serials(), (QStringList{u"SN3"_s, u"SN1"_s, u"SN2"_s, u"NEW"_s}));
+        QVERIFY(gRecoveryJournal.flush());
+        guarded([] { throw RuntimeError(RuntimeError::AutomationError); });
+
+        QVERIFY(program().restart({}, {answer}));
+        QCOMPARE(serials(), queue);
+        // The next session's deletes still find each item's own section of the file.
+        program().logIn(u"ann"_s);
+        form = program().form;
+        remove(1);
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status), fileAfterDelete);
+    }
+
+    // A shutdown signal while start-up waits for the sample changer closes as File/Exit does:
+    // the edits made in the window meanwhile are saved.
+    void shutdownSignalWhileWaitingForTheChanger()
+    {
+        SimulatedLab lab(kLab + "[Changer]\r\nReadySeconds=600\r\n");
+        QVERIFY(lab.isReady() && lab.startConsole());
+        writeFile(program().iniPath(),
+                  settingsFile(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s}),
+                               {{u"Sample Control"_s, u"2"_s}}));
+        QProcess child;
+        child.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        child.start(QCoreApplication::applicationFilePath(),
+                    {u"--wait-for-changer"_s, program().iniPath()});
+        QVERIFY(child.waitForReadyRead(30000));
+        QCOMPARE(child.readLine(), "edited\n");
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(journal()), 10000);
+        ::kill(pid_t(child.processId()), SIGTERM);
+        QVERIFY(child.waitForFinished(20000));
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 0);
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
+                 (QStringList{u"SN1 Idle"_s, u"SN3 Idle"_s, u"NEW Idle"_s}));
+        QVERIFY(!QFile::exists(journal()));
+    }
+
+    // A settings file the user may write in a folder the user may not: the file is written in
+    // place, the journal is kept in the user's own folder and offered from there.
+    void folderThatCannotBeWritten()
+    {
+        writeFile(program().iniPath(), settingsFile(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s})));
+        QTemporaryDir home;
+        const QString folder = program().path(u"config"_s);
+        {
+            const UnwritableFolder shared(folder, home.path());
+            frmSpinlane* form = program().restart();
+            QVERIFY(form);
+            program().logIn(u"ann"_s);
+            select(3);
+            click(form->updQueueItemUp);
+            QVERIFY(gRecoveryJournal.flush());
+            QVERIFY(!QFile::exists(journal()));
+            QVERIFY(QFile::exists(userRecoveryJournalPath()));
+            select(1);
+            seams().messageBoxes.queueAnswer(MsgAnswer::Yes);
+            click(form->cmdDelete);
+            QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
+                     (QStringList{u"SN2 Idle"_s, u"SN3 Idle"_s}));
+            guarded([] { throw RuntimeError(RuntimeError::AutomationError); });
+
+            QVERIFY(program().restart({}, {MsgAnswer::Yes}));
+            QCOMPARE(serials(), (QStringList{u"SN3"_s, u"SN2"_s}));
+            const int ends = seams().programEnd.ends;
+            trigger(u"mnuFile"_s, 50);
+            QCOMPARE(seams().programEnd.ends, ends + 1);
+            QCOMPARE(seams().messageBoxes.texts(), QStringList());
+            QVERIFY(!QFile::exists(userRecoveryJournalPath()));
+        }
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
+                 (QStringList{u"SN3 Idle"_s, u"SN2 Idle"_s}));
+        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{u"Spinlane.INI"_s});
+    }
+
+    // When neither the settings file nor a journal can be written, the close promises nothing
+    // and the program stays open with the queue.
+    void closeThatCanKeepNothingStaysOpen()
+    {
+        START_PROGRAM(queueOf({u"Idle"_s, u"Idle"_s}));
+        select(2);
+        click(form->updQueueItemUp);
+        const QByteArray settingsBefore = readFile(program().iniPath());
+        {
+            const FileSizeLimit diskFull(quint64(settingsBefore.size() / 2));
+            QTest::ignoreMessage(QtWarningMsg,
+                                 QRegularExpression(u"^spinlane: the recovery journal .* cannot "
+                                                    u"be written: File too large$"_s));
+            trigger(u"mnuFile"_s, 50);
+        }
+        QCOMPARE(seams().programEnd.ends, 0);
+        QCOMPARE(seams().messageBoxes.texts(),
+                 QStringList{u"Spinlane could not save the settings file "_s + program().iniPath()
+                             + u":\r\nFile too large\r\nNor can it keep the queue for restoring. "
+                               u"Spinlane stays open: make room on the disk or allow the "
+                               u"writing, then close it again."_s});
+        QVERIFY(form->isVisible());
+        QCOMPARE(readFile(program().iniPath()), settingsBefore);
+        trigger(u"mnuFile"_s, 50); // room again
+        QCOMPARE(seams().programEnd.ends, 1);
+        QCOMPARE(queueInFile(program().iniPath(), &QueueItem::Status),
+                 (QStringList{u"SN2 Idle"_s, u"SN1 Idle"_s}));
+    }
+
+    // A full disk mid-run: the journal says so once on standard error and the run goes on.
+    void journalOnAFullDiskKeepsTheRunGoing()
+    {
+        START_PROGRAM(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s}));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"^spinlane: the recovery journal .* cannot be "
+                                                u"written: File too large$"_s));
+        QTest::failOnWarning(QRegularExpression(u"recovery journal"_s));
+        {
+            const FileSizeLimit diskFull(16);
+            click(form->cmdStartQueue);
+        }
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
+        QCOMPARE(seams().programEnd.ends, 0);
+        QVERIFY(gRecoveryJournal.flush()); // room again: the next write succeeds
+        QCOMPARE(queueInFile(journal(), &QueueItem::Status),
+                 (QStringList{u"SN1 Done"_s, u"SN2 Done"_s, u"SN3 Done"_s}));
+    }
 };
 
 int main(int argc, char** argv)
 {
     if (argc == 3 && qstrcmp(argv[1], "--run-program") == 0)
         return runProgram(argc, argv);
+    if (argc == 3 && qstrcmp(argv[1], "--wait-for-changer") == 0)
+        return waitForChangerInChild(argc, argv);
     TestRecovery test;
     return runGuiTest(test, argc, argv);
 }

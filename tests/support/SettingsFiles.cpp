@@ -10,6 +10,7 @@
 #include <QTest>
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -84,6 +85,36 @@ FileSizeLimit::~FileSizeLimit()
     ::getrlimit(RLIMIT_FSIZE, &limit);
     limit.rlim_cur = rlim_t(m_saved);
     ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+UnwritableFolder::UnwritableFolder(const QString& folder, const QString& home)
+    : m_folder(folder)
+    , m_home(qgetenv("HOME"))
+    , m_root(::geteuid() == 0)
+{
+    constexpr auto all = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup
+                         | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther;
+    constexpr auto enter = QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther;
+    // The unprivileged user reaches the folders and writes the files it holds.
+    for (QDir up(folder); up.cdUp() && up.path() != QDir::tempPath() && up.path() != u"/"_s;)
+        QFile::setPermissions(up.path(), QFile::permissions(up.path()) | enter);
+    for (const QString& name : QDir(folder).entryList(QDir::Files))
+        QFile::setPermissions(QDir(folder).filePath(name), all);
+    QFile::setPermissions(home, all | enter);
+    QFile::setPermissions(folder, QFile::ReadOwner | QFile::ReadGroup | QFile::ReadOther | enter);
+    qputenv("HOME", QFile::encodeName(home));
+    if (m_root) {
+        constexpr uid_t kNobody = 65534;
+        QVERIFY(::setegid(kNobody) == 0 && ::seteuid(kNobody) == 0);
+    }
+}
+
+UnwritableFolder::~UnwritableFolder()
+{
+    if (m_root && (::seteuid(0) != 0 || ::setegid(0) != 0))
+        qFatal("cannot take the root user back");
+    QFile::setPermissions(m_folder, QFile::permissions(m_folder) | QFile::WriteOwner);
+    qputenv("HOME", m_home);
 }
 
 QByteArray readFile(const QString& path)

@@ -42,6 +42,22 @@ public:
 private:
     quint64 m_saved = 0;
 };
+// While it lives, no file can be made in `folder` (a shared console folder), though the files
+// already in it can be written: its permission bits say so, and a process run by root takes an
+// unprivileged user for the time. HOME points at `home`, a folder of the user's own.
+class UnwritableFolder {
+public:
+    UnwritableFolder(const QString& folder, const QString& home);
+    ~UnwritableFolder();
+    UnwritableFolder(const UnwritableFolder&) = delete;
+    UnwritableFolder& operator=(const UnwritableFolder&) = delete;
+
+private:
+    QString m_folder;
+    QByteArray m_home;
+    bool m_root = false;
+};
+
 QByteArray readFile(const QString& path);
 
 // The queue a settings file (or journal) holds, one "ItemSN field" text per item, in order.
