@@ -1,10 +1,15 @@
 // Times the whole-queue operations: loading and saving a 999-item settings file, parsing a file
-// of 100000 sections and rebuilding the queue from a 999-row list. Prints medians over runs.
+// of 100000 sections, rebuilding the queue from a 999-row list, the recovery journal written at a
+// run's moment and a delete's write of the file. Prints medians over runs.
 
+#include "core/AtomicFile.h"
 #include "core/Conversions.h"
 #include "core/ProfileFile.h"
 #include "core/Startup.h"
 #include "queue/QueueStore.h"
+#include "queue/SettingsFile.h"
+#include "runner/RunControls.h"
+#include "settings/RecoveryJournal.h"
 #include "settings/Settings.h"
 #include "support/ScriptedSeams.h"
 
@@ -119,5 +124,27 @@ int main(int argc, char* argv[])
            3000, 5);
     report("SyncQueueFromList(0), 999 rows",
            medianMs(201, moveOneRow, [] { SyncQueueFromList(0); }), 2, 201);
+
+    // The run's moments reach the recovery journal synchronously, synced to the disk.
+    gRecoveryJournal.start();
+    int item = 0;
+    const auto takeUpNextItem = [&item] {
+        item = item % kItems + 1;
+        gQueue(item).Status = gQueue(item).Status == u"Done"_s ? u"Idle"_s : u"Done"_s;
+    };
+    report("journal at a run moment, 999 items",
+           medianMs(runs, takeUpNextItem, [] { Q_EMIT gRunControls.runMoment(); }), 5, runs);
+    gRecoveryJournal.stop();
+
+    // A delete takes the item out of the file at once: the first item moves all the others.
+    const QByteArray original = settingsFile();
+    const auto restoreFile = [&path, &original] { writeFileAtomically(path, original); };
+    const auto removeFirst = [&path] {
+        ProfileFile::change(path, [](ProfileDocument& doc) {
+            return settings::removeQueueItem(doc, 1);
+        });
+    };
+    report("delete's file write, first of 999 items", medianMs(runs, restoreFile, removeFirst), 20,
+           runs);
     return 0;
 }
