@@ -43,9 +43,10 @@ QString general(const QString& path, const QString& key)
 const QByteArray kLab = "[Experiment 1]\r\nTitle=PROTON\r\nDuration=1.5\r\n";
 
 // The child process: the whole program on the test's settings file and the simulated laboratory,
-// with the real event loop and end; a person moves SN3 before SN2, switches Always On Top on
-// and starts the run.
-int runProgram(int argc, char** argv)
+// with the real event loop and end. With "--run-program" a person moves SN3 before SN2, switches
+// Always On Top on and starts the run; with "--wait-for-changer", while start-up still waits for
+// the sample changer, a person deletes SN2 and adds an item, and the child says "edited".
+int runChild(int argc, char** argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
@@ -58,34 +59,7 @@ int runProgram(int argc, char** argv)
     const RealLabSeams real(&end);
     setInstanceLockPath(iniPath + u".instance-lock"_s);
     CloseOnShutdownSignals();
-    guarded([] { Main({}); });
-    frmSpinlane* form = MainForm();
-    if (!form)
-        return 2;
-    form->txtUserID->setText(u"ann"_s);
-    form->cmdEnter->click();
-    gQueueList.selectOnly(3);
-    form->updQueueItemUp->click();
-    form->menuItem(u"mnuPrefs"_s, 50)->trigger();
-    QTimer::singleShot(0, form->cmdStartQueue, &QPushButton::click);
-    return QApplication::exec();
-}
-
-// The child process for a shutdown signal while start-up waits for the sample changer: once the
-// window is up, a person deletes SN2 and adds an item, and the child says "edited".
-int waitForChangerInChild(int argc, char** argv)
-{
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    QApplication::setQuitOnLastWindowClosed(false);
-    const QString iniPath = QString::fromLocal8Bit(argv[2]);
-    ScriptedSeams scripted;
-    scripted.messageBoxes.queueAnswer(MsgAnswer::Ok);
-    scripted.fileDialogs.queueChoice(iniPath);
-    ProcessExit end;
-    const RealLabSeams real(&end);
-    setInstanceLockPath(iniPath + u".instance-lock"_s);
-    CloseOnShutdownSignals();
+    const bool whileWaiting = qstrcmp(argv[1], "--wait-for-changer") == 0;
     QTimer edit;
     QObject::connect(&edit, &QTimer::timeout, [&] {
         frmSpinlane* form = MainForm();
@@ -105,8 +79,20 @@ int waitForChangerInChild(int argc, char** argv)
         std::fputs("edited\n", stdout);
         std::fflush(stdout);
     });
-    edit.start(20);
+    if (whileWaiting)
+        edit.start(20);
     guarded([] { Main({}); });
+    frmSpinlane* form = MainForm();
+    if (!form)
+        return 2;
+    if (!whileWaiting) {
+        form->txtUserID->setText(u"ann"_s);
+        form->cmdEnter->click();
+        gQueueList.selectOnly(3);
+        form->updQueueItemUp->click();
+        form->menuItem(u"mnuPrefs"_s, 50)->trigger();
+        QTimer::singleShot(0, form->cmdStartQueue, &QPushButton::click);
+    }
     return QApplication::exec();
 }
 
@@ -535,10 +521,9 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
-    if (argc == 3 && qstrcmp(argv[1], "--run-program") == 0)
-        return runProgram(argc, argv);
-    if (argc == 3 && qstrcmp(argv[1], "--wait-for-changer") == 0)
-        return waitForChangerInChild(argc, argv);
+    if (argc == 3
+        && (qstrcmp(argv[1], "--run-program") == 0 || qstrcmp(argv[1], "--wait-for-changer") == 0))
+        return runChild(argc, argv);
     TestRecovery test;
     return runGuiTest(test, argc, argv);
 }
