@@ -318,10 +318,19 @@ private Q_SLOTS:
         QVERIFY2(QDateTime::fromString(printed.section(u"Started:"_s, 1).trimmed(), Qt::ISODate)
                      .isValid(),
                  "no start time");
+        // Run again would take up only the failed item, now, learned from the items run.
         const QString queue = statusTool({u"--queue"_s});
         static const QRegularExpression failed(
-            u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed *\n"_s);
-        QVERIFY2(queue.contains(failed) && queue.count(u'\n') == 5, qPrintable(queue));
+            u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed +[-0-9]*:?[ 0-9]+:[0-9]{2} "
+            u"+[-0-9]*:?[ 0-9]+:[0-9]{2}\n"_s);
+        static const QRegularExpression done(u"\n003 +SN3 +30 +Sample 3 +PROTON +ann +Done *\n"_s);
+        QVERIFY2(queue.contains(failed) && queue.contains(done) && queue.count(u'\n') == 6
+                     && queue.endsWith(u"\nNo run goes on: the times are as if it were started "
+                                       u"now.\n"_s),
+                 qPrintable(queue));
+        QCOMPARE(statusTool({u"--user"_s, u"ANN"_s}), queue);
+        QCOMPARE(statusTool({u"--queue"_s, u"--user"_s, u"bob"_s}).count(u'\n'), 2);
+        QCOMPARE(statusTool({u"--user"_s}), QString());
 
         QTRY_COMPARE(run.notifications.received,
                      (QStringList{u"Spinlane: Item 002 failed | 002 Sample 2 (ann)"_s,
