@@ -336,9 +336,18 @@ private Q_SLOTS:
                      (QStringList{u"Spinlane: Item 002 failed | 002 Sample 2 (ann)"_s,
                                   u"Spinlane: Item 003 was stopped | 003 Sample 3 (ann)"_s,
                                   u"Spinlane: The queue finished | 4 items: 3 Done, 1 Failed"_s}));
-        QTRY_COMPARE(run.alerts(), (QStringList{u"ItemFailed|002|Sample 2|ann|Failed"_s,
-                                                u"ItemStopped|003|Sample 3|ann|Stopped"_s,
-                                                u"QueueFinished|004|Sample 4|ann|Done"_s}));
+        // The commands run side by side, so their lines may land in any order.
+        const auto sortedAlerts = [&run] {
+            QStringList lines = run.alerts();
+            lines.sort();
+            return lines;
+        };
+        QTRY_COMPARE(sortedAlerts(), (QStringList{u"ItemDone|001|Sample 1|ann|Done"_s,
+                                                  u"ItemDone|003|Sample 3|ann|Done"_s,
+                                                  u"ItemDone|004|Sample 4|ann|Done"_s,
+                                                  u"ItemFailed|002|Sample 2|ann|Failed"_s,
+                                                  u"ItemStopped|003|Sample 3|ann|Stopped"_s,
+                                                  u"QueueFinished|004|Sample 4|ann|Done"_s}));
         QDBusConnection::disconnectFromBus(u"client"_s);
     }
 
