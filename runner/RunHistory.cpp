@@ -57,7 +57,7 @@ std::optional<double> parseSeconds(QByteArrayView text)
     const double value = QByteArray(text.data(), text.size()).toDouble(&ok);
     if (!ok || !std::isfinite(value) || value < 0 || value > kLongestSeconds)
         return std::nullopt;
-    return value;
+    return std::round(value * 1000) / 1000; // to the millisecond, as written
 }
 
 std::optional<bool> parseFlag(QByteArrayView text)
