@@ -218,8 +218,12 @@ ForecastInput forecastInputNow()
     in.running = gRunControls.runUnderWay();
     in.currentQueueNum = gCurrentQueueNum;
     in.currentTakenUp = currentItemTakenUp();
+    // A run under way takes up the item after the current one; its caption may already say what
+    // the next click does (the end of a run sets "Run The Queue Again!" before its last wait).
     const QString caption = gRunControls.startQueueCaption();
-    if (caption == kRunAgainCaption)
+    if (in.running)
+        in.firstItem = gCurrentQueueNum + 1;
+    else if (caption == kRunAgainCaption)
         in.firstItem = 1;
     else if (caption == kContinueCaption)
         in.firstItem = std::max(gCurrentQueueNum - 1, 0) + 1;

@@ -375,27 +375,32 @@ private Q_SLOTS:
     void forecastInputFromTheRunControls_data()
     {
         QTest::addColumn<QString>("caption");
+        QTest::addColumn<bool>("running");
         QTest::addColumn<int>("current");
         QTest::addColumn<int>("first");
-        QTest::newRow("start") << kStartCaption << 0 << 1;
-        QTest::newRow("start after restore") << kStartCaption << 2 << 3;
-        QTest::newRow("continue") << kContinueCaption << 2 << 2;
-        QTest::newRow("continue, nothing run") << kContinueCaption << 0 << 1;
-        QTest::newRow("run again") << kRunAgainCaption << 3 << 1;
+        QTest::newRow("start") << kStartCaption << false << 0 << 1;
+        QTest::newRow("start after restore") << kStartCaption << false << 2 << 3;
+        QTest::newRow("continue") << kContinueCaption << false << 2 << 2;
+        QTest::newRow("continue, nothing run") << kContinueCaption << false << 0 << 1;
+        QTest::newRow("run again") << kRunAgainCaption << false << 3 << 1;
+        QTest::newRow("running") << kStopCaption << true << 2 << 3;
+        QTest::newRow("end of a run") << kRunAgainCaption << true << 3 << 4;
     }
     void forecastInputFromTheRunControls()
     {
         QFETCH(QString, caption);
+        QFETCH(bool, running);
         QFETCH(int, current);
         QFETCH(int, first);
         makeQueue(3, {u"Done"_s, u"Stopped"_s});
         gCurrentQueueNum = current;
         gRunControls.setStartQueueCaption(caption);
+        gRunControls.setRunUnderWay(running);
         gSampleControl = 2;
         const ForecastInput in = forecastInputNow();
         QCOMPARE(in.firstItem, first);
         QCOMPARE(in.mode, RunMode::Changer);
-        QVERIFY(!in.running);
+        QCOMPARE(in.running, running);
         QCOMPARE(in.now, kStart);
         QCOMPARE(in.queue.size(), std::size_t(3));
         QCOMPARE(in.queue[1].status, u"Stopped"_s);
