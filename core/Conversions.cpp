@@ -243,4 +243,15 @@ QString generalDate(const QDateTime& dateTime)
     return hasDate ? date : time;
 }
 
+QString isoDateTimeWithOffset(const QDateTime& dateTime)
+{
+    if (!dateTime.isValid())
+        return {};
+    const int offset = dateTime.offsetFromUtc();
+    const int minutes = std::abs(offset) / 60;
+    return dateTime.toString(u"yyyy-MM-dd'T'HH:mm:ss"_s) + (offset < 0 ? u'-' : u'+')
+           + QString::number(minutes / 60).rightJustified(2, u'0') + u':'
+           + QString::number(minutes % 60).rightJustified(2, u'0');
+}
+
 } // namespace spinlane

@@ -40,4 +40,8 @@ qint32 dateSerial(QDate date);
 // the time alone on 30 December 1899. Follows the default locale.
 QString generalDate(const QDateTime& dateTime);
 
+// ISO 8601 to the second with the offset from UTC ("2026-11-25T10:15:02+01:00"), whatever the
+// time's kind; empty for an invalid time.
+QString isoDateTimeWithOffset(const QDateTime& dateTime);
+
 } // namespace spinlane

@@ -8,6 +8,7 @@
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunControls.h"
+#include "runner/RunHistory.h"
 #include "runner/RunLog.h"
 #include "runner/SampleSteps.h"
 
@@ -25,7 +26,7 @@ namespace {
 
 enum class Outcome { Done, Failed, Stopped, DoneThenStop, Fatal };
 
-bool sampleChangerRun() { return gSampleControl == 2 && !gExpQueueOnly; }
+bool sampleChangerRun() { return runModeNow() == RunMode::Changer; }
 
 void setStatus(qint32 row, qint32 queueNum, const QString& status, quint32 color)
 {
@@ -65,7 +66,7 @@ Outcome runWithSampleChanger(qint32 n, qint32& previousSample)
         Expedra& expedra = linked(gExpedra);
         if (expedra.GetLockRequired())
             expedra.ReleaseSample();
-        wait_in_seconds(2); // before the eject is sent: a stop does not shorten it
+        wait_in_seconds(kWaitBeforeEject); // before the eject is sent: a stop does not shorten it
         EjectStep();
     }
     if (gStopRequested)
@@ -112,9 +113,10 @@ bool record(Outcome outcome, qint32 row, qint32 n)
         setStatus(row, n, u"Done"_s, kBlue);
         break;
     }
-    // The outcome reaches the recovery journal before the log, so that a log line never tells
-    // of an outcome that a restore would not bring back.
+    // The outcome reaches the recovery journal and the run history before the log, so that a
+    // log line never tells of an outcome that a restore would not bring back.
     Q_EMIT gRunControls.runMoment();
+    RecordRunHistory(n, gQueue(n).Status);
     if (gLogOn)
         WriteItemLogLine(gQueueList.row(row).text, n);
     switch (outcome) {
@@ -200,6 +202,7 @@ void RunQueue()
         if (gQueueList.subItem(row, QueueList::StatusSubItem) == u"Done"_s)
             continue;
 
+        BeginRunRecord();
         setStatus(row, n, u"In progress"_s, kGreen);
         gQueueList.setBold(row, true);
         gQueueList.setGhosted(row, true);
@@ -231,7 +234,7 @@ void PrepareRun()
     if (sampleChangerRun()) {
         // Whatever the changer holds goes out first; how that eject ends does not matter.
         linked(gExpedra).ReleaseSample();
-        wait_in_seconds(2);
+        wait_in_seconds(kWaitBeforeEject);
         EjectStep();
         gStepFailed = false;
     }

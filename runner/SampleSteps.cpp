@@ -6,6 +6,7 @@
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
 #include "runner/ProgramLinks.h"
+#include "runner/RunHistory.h"
 #include "runner/RunQueue.h"
 
 #include <cmath>
@@ -69,11 +70,12 @@ qint32 solventIndex(const QString& solvent)
 
 void LoadStep(qint32 queueNum)
 {
+    const TimedPart timed(RunPart::Load);
     SampleChanger& changer = linked(gSampleChanger);
     if (!waitWhileChangerBusy(changer))
         return;
     changer.LoadSample(gQueue(queueNum).SampleNum);
-    waitUnlessStopped(5);
+    waitUnlessStopped(kWaitAfterMotion);
     if (!pollUntilIdle([&] { return changer.IsLoading(); }))
         return;
     if (changer.GetLoadFailed())
@@ -82,11 +84,12 @@ void LoadStep(qint32 queueNum)
 
 void EjectStep()
 {
+    const TimedPart timed(RunPart::Eject);
     SampleChanger& changer = linked(gSampleChanger);
     if (!waitWhileChangerBusy(changer))
         return;
     changer.EjectSample();
-    waitUnlessStopped(5);
+    waitUnlessStopped(kWaitAfterMotion);
     if (!pollUntilIdle([&] { return changer.IsEjecting(); }))
         return;
     if (changer.GetEjectFailed())
@@ -95,15 +98,16 @@ void EjectStep()
 
 void SpinStep(qint32 queueNum)
 {
+    const TimedPart timed(RunPart::Spin);
     Expedra& expedra = linked(gExpedra);
     SampleChanger& changer = linked(gSampleChanger);
     expedra.SetCurrentExperiment(gQueue(queueNum).ExpTitleIndex);
     const bool spin = expedra.GetSpinOn();
     const double target = expedra.GetSpinRate();
     changer.SetSpinRate(target);
-    wait_in_seconds(1); // between two commands: a stop does not shorten it
+    wait_in_seconds(kWaitBetweenSpinCommands); // between two commands: a stop does not shorten it
     changer.SetSpin(spin);
-    waitUnlessStopped(10);
+    waitUnlessStopped(kWaitAfterSpin);
     if (!spin) {
         gStatusBar.setText(StatusBar::SpinPanel, u"Spin off"_s);
         return;
@@ -123,15 +127,16 @@ void SpinStep(qint32 queueNum)
 
 void ExperimentStep(qint32 queueNum)
 {
+    const TimedPart timed(RunPart::Experiment);
     Expedra& expedra = linked(gExpedra);
     SetUpExperiment(queueNum);
     expedra.RunExperiment();
-    waitUnlessStopped(5);
+    waitUnlessStopped(kWaitAfterRunStart);
     if (!pollUntilIdle([&] { return expedra.IsExperimentRunning(); })) {
         expedra.AbortExperiment();
         return;
     }
-    waitUnlessStopped(1);
+    waitUnlessStopped(kWaitAfterExperiment);
     if (expedra.GetRunFailed())
         gStepFailed = true;
 }

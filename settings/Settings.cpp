@@ -77,9 +77,11 @@ void LoadSettings()
                    MsgIcon::Critical)
             == MsgAnswer::Cancel)
             EndProgram();
+        // The dialog opens where the file is expected: the remembered file's folder, or the
+        // console's configuration folder.
         const QString chosen =
             reg_docs(kStoreApp, kPath, kSettingsFileName, u"Locate the 'Spinlane.ini' file."_s,
-                     FileMustExist, u"ini"_s, u"*"_s);
+                     FileMustExist, u"ini"_s, u"*"_s, remembered == u"0"_s ? gIniPath : remembered);
         if (sameText(chosen, kCancelled))
             EndProgram();
         gIniPath = chosen;

@@ -25,6 +25,17 @@ QString describe(const ItemInfo& item)
            + u')';
 }
 
+// The command's arguments: the event, the queue number ("003"), the sample, the user, the status
+// and, when there is one, a detail.
+QStringList arguments(const QString& event, const ItemInfo& item, const QString& detail = {})
+{
+    QStringList arguments{event, formatQueueNumber(item.queueNumber), item.sampleName, item.user,
+                          item.status};
+    if (!detail.isEmpty())
+        arguments.append(detail);
+    return arguments;
+}
+
 void runAlertCommand(const QStringList& arguments)
 {
     // Read when it is needed, so that the administrator can change it while Spinlane runs.
@@ -45,13 +56,17 @@ Alerts::Alerts(const RunStatus& status, const QDBusConnection& bus, QObject* par
     connect(&status, &RunStatus::itemStatusChanged, this,
             [this](qint32 number, const QString& sample, const QString& user,
                    const QString& itemStatus) {
-                if (itemStatus != u"Failed"_s && itemStatus != u"Stopped"_s)
-                    return;
                 ItemInfo item;
                 item.queueNumber = number;
                 item.sampleName = sample;
                 item.user = user;
                 item.status = itemStatus;
+                // Every item done goes to the command only, so that it can tell the item's
+                // owner; a desktop notification for each would drown the ones that matter.
+                if (itemStatus == u"Done"_s)
+                    runAlertCommand(arguments(u"ItemDone"_s, item));
+                if (itemStatus != u"Failed"_s && itemStatus != u"Stopped"_s)
+                    return;
                 const bool failed = itemStatus == u"Failed"_s;
                 raise(failed ? u"ItemFailed"_s : u"ItemStopped"_s, item,
                       u"Item "_s + formatQueueNumber(number)
@@ -90,11 +105,7 @@ void Alerts::raise(const QString& event, const ItemInfo& item, const QString& su
                    const QString& body, const QString& detail)
 {
     notify(summary, body, event == u"QueueFinished"_s ? 1 : 2);
-    QStringList arguments{event, formatQueueNumber(item.queueNumber), item.sampleName, item.user,
-                          item.status};
-    if (!detail.isEmpty())
-        arguments.append(detail);
-    runAlertCommand(arguments);
+    runAlertCommand(arguments(event, item, detail));
 }
 
 // Sent without waiting for the answer: with no notification service the bus answers with an

@@ -6,7 +6,8 @@
 class QDBusServiceWatcher;
 
 // Tells the lab's staff, wherever they are, when a run needs them: an item ended "Failed" or
-// "Stopped", the queue finished, or a laboratory program was lost while the queue ran. Each alert
+// "Stopped", the queue finished, or a laboratory program was lost while the queue ran; and tells
+// the alert command (only) of every item done, so that it can tell the item's owner. Each alert
 // goes to the desktop's notification service when there is one, and to the command the settings
 // file names (section "Alerts", key "Command"), which is started on its own, without a shell,
 // with the event, the queue number, the sample name, the user and the status as its arguments

@@ -60,7 +60,18 @@ RunStatus::RunStatus(QObject* parent)
     connect(&gQueueList, &QAbstractItemModel::modelReset, this, &RunStatus::listReshaped);
     connect(&gQueueList, &QAbstractItemModel::layoutChanged, this, &RunStatus::listReshaped);
     connect(&gRunControls, &RunControls::changed, this, &RunStatus::runControlsChanged);
+    m_queueChanged.setSingleShot(true);
+    m_queueChanged.setInterval(0);
+    connect(&m_queueChanged, &QTimer::timeout, this, &RunStatus::queueChanged);
     listReshaped();
+}
+
+Forecast RunStatus::forecast() const { return forecastNow(); }
+
+void RunStatus::noteQueueChanged()
+{
+    if (!m_queueChanged.isActive())
+        m_queueChanged.start();
 }
 
 std::vector<QStringList> RunStatus::rows() const
@@ -113,6 +124,7 @@ void RunStatus::rowsChanged(int first, int last)
     }
     if (!changed)
         return;
+    noteQueueChanged();
     for (const QStringList& row : statusChanges)
         Q_EMIT itemStatusChanged(queueNumberOf(row), row[QueueList::SampleNameColumn],
                                  row[QueueList::UserIDColumn], row[QueueList::StatusColumn]);
@@ -128,6 +140,7 @@ void RunStatus::listReshaped()
     m_rows.clear();
     for (qint32 row = 1; row <= gQueueList.count(); ++row)
         m_rows.push_back(rowColumns(row));
+    noteQueueChanged();
     QStringList names;
     if (m_rows.size() != count)
         names.append(u"ItemCount"_s);
@@ -145,6 +158,7 @@ void RunStatus::runControlsChanged()
     if (state != u"running"_s)
         refreshCurrent(names);
     if (state != m_runState) {
+        noteQueueChanged();
         m_runState = state;
         names.prepend(u"RunState"_s);
         Q_EMIT runStateChanged(state);

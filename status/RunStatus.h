@@ -1,8 +1,11 @@
 #pragma once
 
+#include "runner/Forecast.h"
+
 #include <QDateTime>
 #include <QObject>
 #include <QStringList>
+#include <QTimer>
 
 #include <vector>
 
@@ -45,6 +48,8 @@ public:
     std::vector<QStringList> rows() const;
     // The number of items of each status, in the order the statuses first appear in the queue.
     QList<std::pair<QString, int>> statusCounts() const;
+    // The expected start and end of every item the next run takes up, computed when asked.
+    Forecast forecast() const;
 
 Q_SIGNALS:
     void itemStatusChanged(qint32 queueNumber, const QString& sampleName, const QString& user,
@@ -53,12 +58,16 @@ Q_SIGNALS:
     // Some of "RunState", "CurrentQueueNumber", "ItemCount" and "CurrentItem" changed; sent
     // after the signals above that the same change caused.
     void propertiesChanged(const QStringList& names);
+    // The queue list changed in any way, or a run started or ended: once for the changes that
+    // came together, when the event loop next turns.
+    void queueChanged();
 
 private:
     void rowsChanged(int first, int last);
     void listReshaped();
     void runControlsChanged();
     void refreshCurrent(QStringList& changed);
+    void noteQueueChanged();
 
     std::vector<QStringList> m_rows; // each list row as last seen: number and sub-items
     QString m_runState;
@@ -66,6 +75,7 @@ private:
     ItemInfo m_current;
     qint32 m_startedNumber = 0; // the item that last went "In progress", and when
     QDateTime m_startedAt;
+    QTimer m_queueChanged;
 };
 
 } // namespace spinlane

@@ -1,5 +1,6 @@
 #include "status/StatusAdaptor.h"
 
+#include "core/Conversions.h"
 #include "status/RunStatus.h"
 #include "status/StatusBus.h"
 
@@ -17,8 +18,10 @@ StatusAdaptor::StatusAdaptor(QObject* object, const RunStatus& status, const QDB
     , m_bus(bus)
 {
     qDBusRegisterMetaType<QList<QStringList>>();
+    qDBusRegisterMetaType<QList<QVariantMap>>();
     connect(&status, &RunStatus::itemStatusChanged, this, &StatusAdaptor::ItemStatusChanged);
     connect(&status, &RunStatus::runStateChanged, this, &StatusAdaptor::RunStateChanged);
+    connect(&status, &RunStatus::queueChanged, this, &StatusAdaptor::QueueChanged);
     connect(&status, &RunStatus::propertiesChanged, this, &StatusAdaptor::sendPropertiesChanged);
 }
 
@@ -44,6 +47,21 @@ QList<QStringList> StatusAdaptor::Queue() const
 {
     const std::vector<QStringList> rows = m_status.rows();
     return {rows.begin(), rows.end()};
+}
+
+QList<QVariantMap> StatusAdaptor::Forecast() const
+{
+    const spinlane::Forecast forecast = m_status.forecast();
+    QList<QVariantMap> items;
+    for (const ForecastItem& item : forecast.items)
+        items.append({{u"QueueNumber"_s, item.queueNumber},
+                      {u"ExpectedStart"_s, isoDateTimeWithOffset(item.expectedStart)},
+                      {u"ExpectedEnd"_s, isoDateTimeWithOffset(item.expectedEnd)},
+                      {u"ExpectedSeconds"_s, item.expectedSeconds},
+                      {u"Basis"_s, basisName(item.basis)},
+                      {u"Runs"_s, item.runs},
+                      {u"IfStartedNow"_s, forecast.ifStartedNow}});
+    return items;
 }
 
 // The standard signal of org.freedesktop.DBus.Properties, with the new values.

@@ -45,11 +45,15 @@ public:
 public Q_SLOTS:
     // Every item's columns as the list shows them, in queue order.
     QList<QStringList> Queue() const;
+    // Every item the next run takes up, in queue order: QueueNumber, ExpectedStart, ExpectedEnd,
+    // ExpectedSeconds, Basis, Runs and IfStartedNow.
+    QList<QVariantMap> Forecast() const;
 
 Q_SIGNALS:
     void ItemStatusChanged(int queueNumber, const QString& sampleName, const QString& user,
                            const QString& status);
     void RunStateChanged(const QString& runState);
+    void QueueChanged();
 
 private:
     void sendPropertiesChanged(const QStringList& names);

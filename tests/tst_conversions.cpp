@@ -106,6 +106,21 @@ private Q_SLOTS:
         QCOMPARE(spinlane::generalDate(QDateTime(QDate(2026, 3, 4), QTime(9, 7, 0))),
                  u"04.03.2026 09:07:00"_s);
         QLocale::setDefault(previous);
+
+        // ISO 8601 with the offset, whatever kind of time, read back as the same moment.
+        const QDate day(2026, 11, 25);
+        const QDateTime times[] = {
+            QDateTime(day, QTime(10, 15, 2), Qt::UTC),
+            QDateTime(day, QTime(10, 15, 2), Qt::OffsetFromUTC, -5 * 3600 - 1800),
+            QDateTime(day, QTime(23, 59, 59, 999), Qt::OffsetFromUTC, 3600),
+            QDateTime(day, QTime(7, 0))};
+        QCOMPARE(isoDateTimeWithOffset(times[0]), u"2026-11-25T10:15:02+00:00"_s);
+        QCOMPARE(isoDateTimeWithOffset(times[1]), u"2026-11-25T10:15:02-05:30"_s);
+        QCOMPARE(isoDateTimeWithOffset(times[2]), u"2026-11-25T23:59:59+01:00"_s);
+        for (const QDateTime& time : times)
+            QCOMPARE(QDateTime::fromString(isoDateTimeWithOffset(time), Qt::ISODate),
+                     time.addMSecs(-time.time().msec()));
+        QCOMPARE(isoDateTimeWithOffset({}), QString());
     }
 };
 

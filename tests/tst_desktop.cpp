@@ -14,7 +14,6 @@ using namespace Qt::StringLiterals;
 using namespace spinlane;
 using namespace spinlane::testing;
 
-
 class TestDesktop : public QObject {
     Q_OBJECT
 
@@ -85,6 +84,20 @@ private Q_SLOTS:
         QVERIFY(confirmsOverwrite);
         QVERIFY(ownDialogs); // the same dialog on every desktop: see README
         QCOMPARE(directory, QDir(dir.path()).absolutePath()); // the pattern names a folder
+
+        // A file opens in its folder; a name whose folder is not there, in the nearest one above.
+        const auto openedIn = [&](const QString& fileName) {
+            whenShown<QFileDialog>([&](QFileDialog* dialog) {
+                directory = dialog->directory().absolutePath();
+                dialog->reject();
+            });
+            dialogs.openFile({u"Locate"_s, u"(*.ini)|*.ini"_s, FileMustExist, fileName});
+            return directory;
+        };
+        QCOMPARE(openedIn(existing), QDir(dir.path()).absolutePath());
+        QCOMPARE(openedIn(dir.filePath(u"config/korvo/Spinlane.INI"_s)),
+                 QDir(dir.path()).absolutePath());
+        QCOMPARE(openedIn(dir.filePath(u"gone/*.kvd"_s)), QDir(dir.path()).absolutePath());
         QCOMPARE(qtNameFilters(u"(*.ini)|*.ini|(*.*)|*.*"_s), u"(*.ini);;(*.*)"_s);
         QCOMPARE(qtNameFilters(u"Logs|*.log;*.txt"_s), u"Logs (*.log *.txt)"_s);
 

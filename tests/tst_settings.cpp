@@ -129,8 +129,8 @@ private Q_SLOTS:
         LoadSettings();
         QCOMPARE(seams().messageBoxes.shown,
                  QList{box(kLocateText, MsgButtons::OkCancel, MsgIcon::Critical)});
-        const FileDialogRequest expected{
-            u"Locate the 'Spinlane.ini' file."_s, u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, {}};
+        const FileDialogRequest expected{u"Locate the 'Spinlane.ini' file."_s,
+                                         u"(*.ini)|*.ini|(*.*)|*.*"_s, 4096, m_iniPath};
         QCOMPARE(seams().fileDialogs.opened, QList{expected});
         QCOMPARE(seams().settingsStore.values.value(kStorePath), m_iniPath);
 
@@ -152,6 +152,10 @@ private Q_SLOTS:
         }
         QCOMPARE(seams().messageBoxes.shown.size(), 2);
         QCOMPARE(seams().settingsStore.values.value(kStorePath), elsewhere);
+        // Each dialog opens at the file remembered when it was shown, else at the default one.
+        QCOMPARE(seams().fileDialogs.opened.size(), 2);
+        QCOMPARE(seams().fileDialogs.opened[0].fileName, m_iniPath); // nothing remembered
+        QCOMPARE(seams().fileDialogs.opened[1].fileName, elsewhere);
     }
 
     void versionQuestionAtLoad()

@@ -5,10 +5,17 @@
 #include "core/ProgramSettings.h"
 #include "core/Startup.h"
 #include "core/SystemSeams.h"
+#include "queue/QueueEditing.h"
+#include "queue/QueueReorder.h"
 #include "queue/QueueRows.h"
+#include "queue/QueueStore.h"
+#include "queue/Session.h"
 #include "runner/DBusAutomation.h"
 #include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunHistory.h"
 #include "runner/RunQueue.h"
+#include "runner/SampleSteps.h"
 #include "status/SpinlaneBus.h"
 #include "status/StatusBus.h"
 #include "support/ProgramFixture.h"
@@ -144,6 +151,34 @@ private:
     DBusAutomation m_automation;
     AutomationBackend* m_previous = nullptr;
     QDBusConnection m_notifications;
+};
+
+// Spinlane's forecast as a client reads it. The call lets this process's events go on, so Spinlane,
+// which runs here, answers it.
+QList<QVariantMap> forecastOnBus()
+{
+    const QDBusMessage answer =
+        connection(u"client"_s)
+            .call(QDBusMessage::createMethodCall(spinlaneBusName(), kStatusPath, kStatusInterface,
+                                                 u"Forecast"_s),
+                  QDBus::BlockWithGui, 5000);
+    if (answer.type() != QDBusMessage::ReplyMessage || answer.signature() != u"aa{sv}"_s)
+        return {{{u"error"_s, answer.errorMessage() + answer.signature()}}};
+    return qdbus_cast<QList<QVariantMap>>(answer.arguments().first());
+}
+
+QDateTime timeOf(const QVariantMap& item, const QString& key)
+{
+    return QDateTime::fromString(item.value(key).toString(), Qt::ISODate);
+}
+
+// Counts QueueChanged.
+class ChangeCounter : public QObject {
+    Q_OBJECT
+public:
+    int count = 0;
+public Q_SLOTS:
+    void changed() { ++count; }
 };
 
 // What spinlane-status prints with `arguments`. It asks this process, whose events go on meanwhile.
@@ -283,18 +318,146 @@ private Q_SLOTS:
         QVERIFY2(QDateTime::fromString(printed.section(u"Started:"_s, 1).trimmed(), Qt::ISODate)
                      .isValid(),
                  "no start time");
+        // Run again would take up only the failed item, now, learned from the items run.
         const QString queue = statusTool({u"--queue"_s});
         static const QRegularExpression failed(
-            u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed *\n"_s);
-        QVERIFY2(queue.contains(failed) && queue.count(u'\n') == 5, qPrintable(queue));
+            u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed +[-0-9]*:?[ 0-9]+:[0-9]{2} "
+            u"+[-0-9]*:?[ 0-9]+:[0-9]{2}\n"_s);
+        static const QRegularExpression done(u"\n003 +SN3 +30 +Sample 3 +PROTON +ann +Done *\n"_s);
+        QVERIFY2(queue.contains(failed) && queue.contains(done) && queue.count(u'\n') == 6
+                     && queue.endsWith(u"\nNo run goes on: the times are as if it were started "
+                                       u"now.\n"_s),
+                 qPrintable(queue));
+        QCOMPARE(statusTool({u"--user"_s, u"ANN"_s}), queue);
+        QCOMPARE(statusTool({u"--queue"_s, u"--user"_s, u"bob"_s}).count(u'\n'), 2);
+        QCOMPARE(statusTool({u"--user"_s}), QString());
 
         QTRY_COMPARE(run.notifications.received,
                      (QStringList{u"Spinlane: Item 002 failed | 002 Sample 2 (ann)"_s,
                                   u"Spinlane: Item 003 was stopped | 003 Sample 3 (ann)"_s,
                                   u"Spinlane: The queue finished | 4 items: 3 Done, 1 Failed"_s}));
-        QTRY_COMPARE(run.alerts(), (QStringList{u"ItemFailed|002|Sample 2|ann|Failed"_s,
-                                                u"ItemStopped|003|Sample 3|ann|Stopped"_s,
-                                                u"QueueFinished|004|Sample 4|ann|Done"_s}));
+        // The commands run side by side, so their lines may land in any order.
+        const auto sortedAlerts = [&run] {
+            QStringList lines = run.alerts();
+            lines.sort();
+            return lines;
+        };
+        QTRY_COMPARE(sortedAlerts(), (QStringList{u"ItemDone|001|Sample 1|ann|Done"_s,
+                                                  u"ItemDone|003|Sample 3|ann|Done"_s,
+                                                  u"ItemDone|004|Sample 4|ann|Done"_s,
+                                                  u"ItemFailed|002|Sample 2|ann|Failed"_s,
+                                                  u"ItemStopped|003|Sample 3|ann|Stopped"_s,
+                                                  u"QueueFinished|004|Sample 4|ann|Done"_s}));
+        QDBusConnection::disconnectFromBus(u"client"_s);
+    }
+
+    // The forecast as a client reads it before, during and after a run, and QueueChanged for every
+    // kind of change of the queue, and for none that leaves the list as it was.
+    void forecastAndQueueChanged()
+    {
+        SimulatedLab lab("[Expedra]\r\nFailRuns=2\r\n[Experiment 1]\r\nTitle=PROTON\r\n"
+                         "Duration=0.3\r\n[Changer]\r\nLoadSeconds=0.3\r\nEjectSeconds=0.2\r\n"
+                         "Positions=48\r\nReadySeconds=0\r\nSpinRamp=400\r\n");
+        QVERIFY(lab.isReady() && lab.startConsole());
+        LabRun run({});
+        resetRunHistory();
+        PublishOnBus(QDBusConnection::sessionBus());
+        run.connectAndQueue(2, 3);
+        ChangeCounter changes;
+        QVERIFY(connection(u"client"_s)
+                    .connect(spinlaneBusName(), kStatusPath, kStatusInterface, u"QueueChanged"_s,
+                             &changes, SLOT(changed())));
+
+        // No history and no default: the first item's start is known (after the first eject),
+        // nothing else.
+        QList<QVariantMap> forecast = forecastOnBus();
+        QCOMPARE(forecast.size(), 3);
+        QCOMPARE(forecast[0].keys(),
+                 (QStringList{u"Basis"_s, u"ExpectedEnd"_s, u"ExpectedSeconds"_s,
+                              u"ExpectedStart"_s, u"IfStartedNow"_s, u"QueueNumber"_s, u"Runs"_s}));
+        QVERIFY(timeOf(forecast[0], u"ExpectedStart"_s)
+                >= QDateTime::currentDateTime().addSecs(-1));
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(forecast[i][u"QueueNumber"_s].toInt(), i + 1);
+            QCOMPARE(forecast[i][u"Basis"_s].toString(), u"none"_s);
+            QCOMPARE(forecast[i][u"ExpectedSeconds"_s].toInt(), -1);
+            QCOMPARE(forecast[i][u"ExpectedEnd"_s].toString(), QString());
+            QVERIFY(forecast[i][u"IfStartedNow"_s].toBool());
+        }
+        QCOMPARE(forecast[1][u"ExpectedStart"_s].toString(), QString());
+
+        // The lab's default: every item known, each starting when the one before ends.
+        writeFile(gIniPath, "[Forecast]\r\nPROTON=60\r\n");
+        forecast = forecastOnBus();
+        QCOMPARE(forecast[0][u"Basis"_s].toString(), u"default"_s);
+        // Load, spin, run and eject by their fixed waits alone, around the default.
+        QCOMPARE(forecast[0][u"ExpectedSeconds"_s].toInt(),
+                 kWaitAfterMotion + kWaitBetweenSpinCommands + kWaitAfterSpin + 60
+                     + kWaitAfterRunStart + kWaitAfterExperiment + kWaitBeforeEject
+                     + kWaitAfterMotion);
+        for (int i = 1; i < 3; ++i)
+            QCOMPARE(timeOf(forecast[i], u"ExpectedStart"_s),
+                     timeOf(forecast[i - 1], u"ExpectedEnd"_s));
+
+        // Each kind of change is signalled once, when it came in one go; a mark that the list's
+        // columns do not show is none.
+        const auto signalled = [&](const std::function<void()>& change) {
+            changes.count = 0;
+            change();
+            gQueueList.setBold(1, !gQueueList.row(1).bold);
+            return QTest::qWaitFor([&] { return changes.count > 0; }, 5000)
+                   && (QTest::qWait(50), changes.count == 1);
+        };
+        QVERIFY(signalled([] { addItem(50, 0); }));
+        QVERIFY(signalled([] {
+            gQueueList.selectOnly(4);
+            QVERIFY(MoveSelectedRow(-1));
+        }));
+        QVERIFY(signalled([] { gQueueList.setSubItem(3, QueueList::SampleNameSubItem, u"X"_s); }));
+        gCurrentUserID = u"ann"_s;
+        run.seams.messageBoxes.queueAnswer(MsgAnswer::Yes);
+        QVERIFY(signalled([] { QVERIFY(DeleteQueueItem(3)); }));
+        QCOMPARE(gQueue.upperBound(), 3);
+        QVERIFY(signalled([] { gRunControls.setStartQueueCaption(kContinueCaption); }));
+        changes.count = 0;
+        gQueueList.setBold(1, false);
+        gQueueList.setGhosted(2, true);
+        QTest::qWait(100);
+        QCOMPARE(changes.count, 0);
+        gRunControls.setStartQueueCaption(kStartCaption);
+
+        // At item 3's start the forecast runs from it, learned from the two items before.
+        QList<QVariantMap> during;
+        QVariantMap current;
+        StatusClient client;
+        QVERIFY(connection(u"client"_s)
+                    .connect(spinlaneBusName(), kStatusPath, kStatusInterface,
+                             u"ItemStatusChanged"_s, &client,
+                             SLOT(item(int, QString, QString, QString))));
+        client.onLine = [&](const QString& line) {
+            if (line.startsWith(u"003"_s) && line.endsWith(u"In progress"_s))
+                during = forecastOnBus();
+        };
+        changes.count = 0;
+        RunQueue();
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Failed"_s, u"Done"_s}));
+        QTRY_VERIFY(!during.isEmpty());
+        QVERIFY(changes.count > 0);
+        QCOMPARE(during.size(), 1);
+        QCOMPARE(during[0][u"QueueNumber"_s].toInt(), 3);
+        QCOMPARE(during[0][u"Basis"_s].toString(), u"history"_s);
+        QCOMPARE(during[0][u"Runs"_s].toInt(), 2);
+        QVERIFY(!during[0][u"IfStartedNow"_s].toBool());
+        QVERIFY(timeOf(during[0], u"ExpectedEnd"_s) > timeOf(during[0], u"ExpectedStart"_s));
+        QCOMPARE(runHistory().size(), std::size_t(3));
+
+        // Run again: only the failed item, as if it started now.
+        forecast = forecastOnBus();
+        QCOMPARE(forecast.size(), 1);
+        QCOMPARE(forecast[0][u"QueueNumber"_s].toInt(), 2);
+        QCOMPARE(forecast[0][u"Basis"_s].toString(), u"history"_s);
+        QCOMPARE(forecast[0][u"Runs"_s].toInt(), 3);
+        QVERIFY(forecast[0][u"IfStartedNow"_s].toBool());
         QDBusConnection::disconnectFromBus(u"client"_s);
     }
 

@@ -13,7 +13,8 @@
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusServiceWatcher>
-#include <QTime>
+#include <QDateTime>
+#include <QHash>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -23,12 +24,14 @@ namespace {
 
 enum ExitCode { Success = 0, Failure = 1, Usage = 2, NotRunning = 3 };
 
-const char kUsage[] = "usage: spinlane-status [--queue | --watch]\n"
+const char kUsage[] = "usage: spinlane-status [--queue | --watch] [--user ID]\n"
                       "\n"
-                      "(none)   the run state and the current item\n"
-                      "--queue  the whole queue as a table\n"
-                      "--watch  the run state, then one line for each change as it happens,\n"
-                      "         until Spinlane ends\n"
+                      "(none)     the run state and the current item\n"
+                      "--queue    the whole queue as a table, with each item's expected start\n"
+                      "           and end\n"
+                      "--watch    the run state, then one line for each change as it happens,\n"
+                      "           until Spinlane ends\n"
+                      "--user ID  only the items of user ID (case aside); alone, as --queue\n"
                       "--help | --version\n";
 
 constexpr int kCallTimeoutMs = 5000;
@@ -66,6 +69,33 @@ QString stamped(const QString& line)
     return QTime::currentTime().toString(u"HH:mm:ss"_s) + u' ' + line;
 }
 
+struct Expected {
+    QString start;
+    QString end;
+};
+
+// The forecast by queue number, and whether its times are as if the run started now.
+QHash<int, Expected> expectedTimes(bool& ifStartedNow)
+{
+    QHash<int, Expected> times;
+    ifStartedNow = false;
+    const auto shown = [](const QString& iso) {
+        if (iso.isEmpty())
+            return u"?"_s;
+        const QDateTime time = QDateTime::fromString(iso, Qt::ISODate).toLocalTime();
+        return time.toString(time.date() == QDate::currentDate() ? u"HH:mm"_s
+                                                                 : u"yyyy-MM-dd HH:mm"_s);
+    };
+    for (const QVariantMap& item : argumentAs<QList<QVariantMap>>(
+             callSpinlane(kStatusInterface, u"Forecast"_s).arguments().first())) {
+        times.insert(item.value(u"QueueNumber"_s).toInt(),
+                     {shown(item.value(u"ExpectedStart"_s).toString()),
+                      shown(item.value(u"ExpectedEnd"_s).toString())});
+        ifStartedNow = item.value(u"IfStartedNow"_s).toBool();
+    }
+    return times;
+}
+
 int printStatus()
 {
     const QVariantMap status = properties();
@@ -87,29 +117,48 @@ int printStatus()
                                                       {u"Started:"_s, u"Started"_s}};
         for (const auto& [label, key] : fields)
             rows.push_back({label, item.value(key).toString()});
+        bool ifStartedNow = false;
+        const QHash<int, Expected> expected = expectedTimes(ifStartedNow);
+        if (expected.contains(number) && !ifStartedNow)
+            rows.push_back({u"Expected end:"_s, expected.value(number).end});
     }
     out() << textTable(rows);
     return Success;
 }
 
-int printQueue()
+// The queue with each item's expected start and end ("?" when unknown, nothing for an item the
+// next run skips); only `user`'s items when one is given.
+int printQueue(const QString& user)
 {
     std::vector<QStringList> rows{{u"No."_s, u"Item S/N"_s, u"Sample Pos."_s, u"Sample Name"_s,
-                                   u"Experiment Title"_s, u"User ID"_s, u"Status"_s}};
-    for (const QStringList& row : argumentAs<QList<QStringList>>(
-             callSpinlane(kStatusInterface, u"Queue"_s).arguments().first()))
-        rows.push_back(row);
+                                   u"Experiment Title"_s, u"User ID"_s, u"Status"_s,
+                                   u"Expected Start"_s, u"Expected End"_s}};
+    bool ifStartedNow = false;
+    const QHash<int, Expected> expected = expectedTimes(ifStartedNow);
+    for (QStringList row : argumentAs<QList<QStringList>>(
+             callSpinlane(kStatusInterface, u"Queue"_s).arguments().first())) {
+        if (!user.isNull() && row.value(5).compare(user, Qt::CaseInsensitive) != 0)
+            continue;
+        const Expected times = expected.value(row.value(0).toInt());
+        rows.push_back(row << times.start << times.end);
+    }
     out() << textTable(rows);
+    if (ifStartedNow)
+        out() << "No run goes on: the times are as if it were started now.\n";
     return Success;
 }
 
 // Prints every change that Spinlane signals, one line each.
 class Watcher : public QObject {
     Q_OBJECT
+public:
+    QString user; // only this user's items, when not null
 public Q_SLOTS:
     void itemStatusChanged(int queueNumber, const QString& sampleName, const QString& user,
                            const QString& status)
     {
+        if (!this->user.isNull() && user.compare(this->user, Qt::CaseInsensitive) != 0)
+            return;
         out() << stamped(QString::number(queueNumber).rightJustified(3, u'0') + u' ' + sampleName
                          + u" ("_s + user + u"): "_s + status)
               << Qt::endl;
@@ -117,10 +166,11 @@ public Q_SLOTS:
     void runStateChanged(const QString& state) { out() << stamped(u"run: "_s + state) << Qt::endl; }
 };
 
-int watch()
+int watch(const QString& user)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     Watcher watcher;
+    watcher.user = user;
     const QString name = spinlaneBusName();
     bus.connect(name, kStatusPath, kStatusInterface, u"ItemStatusChanged"_s, &watcher,
                 SLOT(itemStatusChanged(int, QString, QString, QString)));
@@ -136,13 +186,26 @@ int watch()
     return QCoreApplication::exec();
 }
 
-int run(const QStringList& args)
+int run(QStringList args)
 {
-    const QString option = args.value(0);
+    QString user; // null unless --user is given
+    if (const qsizetype at = args.indexOf(u"--user"_s); at >= 0) {
+        if (at + 1 >= args.size()) {
+            err() << kUsage;
+            return Usage;
+        }
+        user = args.at(at + 1);
+        if (user.isNull())
+            user = u""_s;
+        args.remove(at, 2);
+    }
+    QString option = args.value(0);
     if (args.size() > 1 || (!args.isEmpty() && option != u"--queue"_s && option != u"--watch"_s)) {
         err() << kUsage;
         return Usage;
     }
+    if (option.isEmpty() && !user.isNull())
+        option = u"--queue"_s;
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() || !bus.interface()->isServiceRegistered(spinlaneBusName())) {
         err() << "spinlane-status: Spinlane is not running (nobody owns " << spinlaneBusName()
@@ -151,9 +214,10 @@ int run(const QStringList& args)
         return NotRunning;
     }
     qDBusRegisterMetaType<QList<QStringList>>();
+    qDBusRegisterMetaType<QList<QVariantMap>>();
     if (option == u"--queue"_s)
-        return printQueue();
-    return option == u"--watch"_s ? watch() : printStatus();
+        return printQueue(user);
+    return option == u"--watch"_s ? watch(user) : printStatus();
 }
 
 } // namespace

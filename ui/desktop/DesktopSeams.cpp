@@ -46,20 +46,27 @@ MsgAnswer answerFor(int button)
 }
 
 // An initial name such as "/korvo/Data/*.kvd" names a folder and a pattern: the dialog opens
-// in the folder.
+// in the folder. A name that is not there opens the nearest folder above it that is, never the
+// folder the program was started from.
 QString startLocation(const QString& fileName)
 {
-    if (!fileName.contains(u'*') && !fileName.contains(u'?'))
-        return fileName;
-    return QFileInfo(fileName).path();
+    const bool pattern = fileName.contains(u'*') || fileName.contains(u'?');
+    const QString location = pattern ? QFileInfo(fileName).path() : fileName;
+    if (location.isEmpty() || QFileInfo::exists(location))
+        return location;
+    QString folder = QFileInfo(location).absolutePath();
+    while (!QFileInfo(folder).isDir()) {
+        const QString up = QFileInfo(folder).absolutePath();
+        if (up == folder)
+            break;
+        folder = up;
+    }
+    return folder;
 }
 
 // Qt's own dialog on every desktop. A desktop's native open dialog accepts only files that exist,
 // so a new log file could not be named, and the create prompt would never be reached.
-void useOwnDialog(QFileDialog& dialog)
-{
-    dialog.setOption(QFileDialog::DontUseNativeDialog);
-}
+void useOwnDialog(QFileDialog& dialog) { dialog.setOption(QFileDialog::DontUseNativeDialog); }
 
 } // namespace
 

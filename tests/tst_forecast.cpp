@@ -1,0 +1,461 @@
+// The history of runs and the forecast learned from it, on the virtual clock with the fake
+// laboratory.
+
+#include "core/ProgramSettings.h"
+#include "queue/QueueStore.h"
+#include "runner/Forecast.h"
+#include "runner/ProgramLinks.h"
+#include "runner/RunControls.h"
+#include "runner/RunHistory.h"
+#include "runner/RunQueue.h"
+#include "runner/SampleSteps.h"
+#include "support/FakePrograms.h"
+#include "support/QueueProbe.h"
+#include "support/ScriptedSeams.h"
+#include "support/SettingsFiles.h"
+
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::testing;
+
+namespace {
+
+const QDateTime kStart(QDate(2026, 11, 22), QTime(9, 0));
+
+RunRecord record(const QString& title, double experiment, const QString& outcome = u"Done"_s,
+                 bool loaded = true)
+{
+    RunRecord r;
+    r.takenUp = QDateTime(QDate(2026, 11, 20), QTime(8, 0), Qt::UTC);
+    r.ended = r.takenUp.addSecs(qint64(experiment));
+    r.outcome = outcome;
+    r.mode = RunMode::Changer;
+    r.loaded = loaded;
+    r.ejected = true;
+    r.loadSeconds = 20;
+    r.spinSeconds = 11;
+    r.ejectSeconds = 10;
+    r.experimentSeconds = experiment;
+    r.title = title;
+    return r;
+}
+
+// A model with round numbers: A 100 s (80 s with the sample still in), learned from 5 runs; B
+// the lab's default of 200 s; C unknown. Load 20 s, spin 11 s, eject 10 s.
+class FixedModel : public DurationModel {
+public:
+    Estimate experiment(const QString& title, bool sameSample) const override
+    {
+        if (title == u"A"_s)
+            return {sameSample ? 80.0 : 100.0, Basis::History, 5};
+        if (title == u"B"_s)
+            return {200, Basis::Default, 0};
+        return {};
+    }
+    double load() const override { return 20; }
+    double spin() const override { return 11; }
+    double eject() const override { return 10; }
+};
+
+// "n start+s end+s seconds basis/runs", times as seconds after kStart and "?" when unknown.
+QStringList describe(const Forecast& forecast)
+{
+    const auto at = [](const QDateTime& t) {
+        return t.isValid() ? QString::number(kStart.msecsTo(t) / 1000.0) : u"?"_s;
+    };
+    QStringList lines;
+    for (const ForecastItem& item : forecast.items)
+        lines.append(QString::number(item.queueNumber) + u' ' + at(item.expectedStart) + u' '
+                     + at(item.expectedEnd) + u' ' + QString::number(item.expectedSeconds) + u' '
+                     + basisName(item.basis) + u'/' + QString::number(item.runs));
+    return lines;
+}
+
+} // namespace
+
+class TestForecast : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<ScriptedSeams> m_seams;
+    std::unique_ptr<FakeLab> m_lab;
+    std::unique_ptr<QTemporaryDir> m_dir;
+
+    QString historyPath() const { return m_dir->filePath(u"Spinlane.history"_s); }
+
+    void linkPrograms(qint16 mode)
+    {
+        gSampleControl = mode;
+        ConnectPrograms();
+        m_lab->log.clear();
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_seams = std::make_unique<ScriptedSeams>();
+        m_lab = std::make_unique<FakeLab>();
+        m_dir = std::make_unique<QTemporaryDir>();
+        m_seams->time.setNow(kStart);
+        resetSettingsState();
+        resetQueueState();
+        resetProgramLinks();
+        resetRunState();
+        resetRunHistory();
+        gIniPath = m_dir->filePath(u"Spinlane.INI"_s);
+        gExpTitles = m_lab->expedra->titles;
+        gSolvents = m_lab->expedra->solvents;
+    }
+
+    void cleanup()
+    {
+        resetRunHistory();
+        m_lab.reset();
+        m_seams.reset();
+    }
+
+    void historyLines_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<bool>("readable");
+        const QByteArray good = formatRunRecord(record(u"PROTON"_s, 300));
+        QTest::newRow("a record") << good << true;
+        QTest::newRow("with CR") << good + '\r' << true;
+        QTest::newRow("cut in the middle") << good.left(good.size() - 9) << false;
+        QTest::newRow("cut before the title") << good.left(good.lastIndexOf('\t')) << false;
+        QTest::newRow("one field more") << good + "\tx" << false;
+        QTest::newRow("foreign text") << QByteArray("[General]") << false;
+        QTest::newRow("empty") << QByteArray() << false;
+        QTest::newRow("another format") << QByteArray(good).replace("SLH1", "SLH2") << false;
+        const auto field = [&](int index, const QByteArray& value) {
+            QList<QByteArray> fields = good.split('\t');
+            fields[index] = value;
+            return fields.join('\t');
+        };
+        QTest::newRow("no time") << field(1, "yesterday") << false;
+        QTest::newRow("local time") << field(2, "2026-11-20T08:05:00.000") << false;
+        QTest::newRow("unknown outcome") << field(3, "Idle") << false;
+        QTest::newRow("unknown mode") << field(4, "robot") << false;
+        QTest::newRow("flag not 0 or 1") << field(5, "yes") << false;
+        QTest::newRow("negative seconds") << field(7, "-1") << false;
+        QTest::newRow("not a number") << field(8, "nan") << false;
+        QTest::newRow("beyond a week") << field(10, "700000") << false;
+        QTest::newRow("unusual title") << field(11, "%09x%0A%25 %E2%82%AC") << true;
+    }
+    void historyLines()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(bool, readable);
+        const std::optional<RunRecord> parsed = parseRunRecord(line);
+        QCOMPARE(parsed.has_value(), readable);
+        if (parsed) // what is read is written back as it was
+            QCOMPARE(formatRunRecord(*parsed), line.chopped(line.endsWith('\r') ? 1 : 0));
+    }
+
+    void historyRoundTripAndBound()
+    {
+        RunRecord odd = record(u"tab\there\nline %20 € "_s, 12.345, u"Stopped"_s, false);
+        odd.mode = RunMode::Experiments;
+        QCOMPARE(parseRunRecord(formatRunRecord(odd)), std::optional<RunRecord>(odd));
+
+        // Damaged lines between good ones are skipped, the last one cut short included.
+        const QByteArray content = formatRunRecord(record(u"A"_s, 1)) + "\nrubbish\n\n"
+                                   + formatRunRecord(record(u"B"_s, 2)) + "\r\n"
+                                   + formatRunRecord(record(u"C"_s, 3)).chopped(4);
+        const std::vector<RunRecord> read = parseRunHistory(content);
+        QCOMPARE(read.size(), std::size_t(2));
+        QCOMPARE(read[1].title, u"B"_s);
+
+        std::vector<RunRecord> many;
+        for (int i = 0; i < kHistoryRecordsPerTitle + 20; ++i) {
+            many.push_back(record(u"A"_s, i));
+            if (i % 50 == 0)
+                many.push_back(record(u"B"_s, i));
+        }
+        const std::vector<RunRecord> bounded = boundedRunHistory(many);
+        QCOMPARE(bounded.size(), std::size_t(kHistoryRecordsPerTitle + 7));
+        QCOMPARE(bounded.front().experimentSeconds, 0.0); // B's first record stays
+        QCOMPARE(bounded[1].experimentSeconds, 20.0); // A's oldest 20 went
+        QCOMPARE(bounded.back().experimentSeconds, double(kHistoryRecordsPerTitle + 19));
+    }
+
+    // The real run loop records each item with its parts as they took, appended before the next
+    // item begins; a file that cannot be written is said once and the run goes on.
+    void runLoopRecordsHistory()
+    {
+        linkPrograms(2);
+        addItem(5, 0);
+        addItem(5, 1); // same position: neither ejected before nor loaded again
+        addItem(7, 2);
+        m_lab->expedra->failingExperiments = {2};
+        QStringList seenDuringItem3;
+        connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [&] {
+            if (gQueue(3).Status == u"In progress"_s && seenDuringItem3.isEmpty())
+                seenDuringItem3 =
+                    QString::fromUtf8(readFile(historyPath())).split(u'\n', Qt::SkipEmptyParts);
+        });
+        RunQueue();
+        disconnect(&gQueueList, nullptr, this, nullptr);
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Failed"_s}));
+        QCOMPARE(seenDuringItem3.size(), 2);
+
+        const std::vector<RunRecord> records = parseRunHistory(readFile(historyPath()));
+        QCOMPARE(records.size(), std::size_t(3));
+        QCOMPARE(runHistory(), records);
+        const struct {
+            QString title, outcome;
+            bool loaded, ejected;
+        } expected[] = {{u"PROTON"_s, u"Done"_s, true, false},
+                        {u"CARBON"_s, u"Done"_s, false, true},
+                        {u"COSY"_s, u"Failed"_s, true, false}}; // a failed run leaves it in
+        for (int i = 0; i < 3; ++i) {
+            const RunRecord& r = records[std::size_t(i)];
+            QCOMPARE(r.title, expected[i].title);
+            QCOMPARE(r.outcome, expected[i].outcome);
+            QCOMPARE(r.mode, RunMode::Changer);
+            QCOMPARE(r.loaded, expected[i].loaded);
+            QCOMPARE(r.ejected, expected[i].ejected);
+            // The fake changer loads in 20 s and ejects in 10 s, a run takes 60 s, all past the
+            // fixed waits; polls move the virtual clock by 20 ms.
+            QVERIFY2(std::abs(r.experimentSeconds - 61) < 0.1, formatRunRecord(r).constData());
+            QVERIFY(std::abs(r.loadSeconds - (r.loaded ? 20 : 0)) < 0.1);
+            QVERIFY(std::abs(r.spinSeconds - 11) < 0.1);
+            QVERIFY(std::abs(r.ejectSeconds - (r.ejected ? 10 : 0)) < 0.1);
+            const double parts =
+                r.handlingSeconds() + r.experimentSeconds + (r.ejected ? kWaitBeforeEject : 0);
+            QVERIFY(std::abs(secondsBetween(r.takenUp, r.ended) - parts) < 0.1);
+            if (i > 0) // the next item is taken up when the last one's outcome is recorded
+                QCOMPARE(r.takenUp, records[std::size_t(i - 1)].ended);
+        }
+
+        // A settings file in a folder that is not there: the history cannot be written.
+        resetRunHistory();
+        gIniPath = m_dir->filePath(u"gone/Spinlane.INI"_s);
+        resetQueueState();
+        for (qint32 sample : {5, 5, 7})
+            addItem(sample, qint16(gQueueList.count()));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"^Spinlane: the run history .*gone.Spinlane."
+                                                u"history cannot be written \\(.+\\); the run "
+                                                u"goes on without it$"_s));
+        QTest::failOnWarning(QRegularExpression(u"run history"_s));
+        RunQueue();
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Failed"_s}));
+        QCOMPARE(runHistory().size(), std::size_t(3)); // kept for the forecast all the same
+    }
+
+    // The file stays bounded: past the limit it is rewritten with each title's newest records.
+    void historyFileIsBounded()
+    {
+        QByteArray content = "foreign line\n";
+        for (int i = 0; i < kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4; ++i)
+            content += formatRunRecord(record(u"PROTON"_s, i)) + '\n';
+        writeFile(historyPath(), content);
+        linkPrograms(2);
+        addItem(5, 0);
+        RunQueue();
+        const std::vector<RunRecord> records = parseRunHistory(readFile(historyPath()));
+        QCOMPARE(records.size(), std::size_t(kHistoryRecordsPerTitle));
+        QVERIFY(readFile(historyPath()).startsWith(formatRunRecord(records.front())));
+        QVERIFY(std::abs(records.back().experimentSeconds - 61) < 0.1);
+    }
+
+    void forecastFollowsTheRunLoop_data()
+    {
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<QString>("queue"); // position:title:status per item
+        QTest::addColumn<int>("first");
+        QTest::addColumn<int>("running"); // the current item, 0 when no run goes on
+        QTest::addColumn<int>("takenUp"); // seconds before now
+        QTest::addColumn<QStringList>("expected");
+        // Ejecting first 12 s; item 1 loads 20 + spins 11 + runs 100, keeps its sample for item 2,
+        // which runs 80 and ejects 12; item 3 loads and ejects; the last is always ejected.
+        QTest::newRow("changer, idle")
+            << 2 << u"5:A:Idle 5:A:Failed 7:B:Stopped 8:A:Idle"_s << 1 << 0 << 0
+            << QStringList{u"1 12 143 131 history/5"_s, u"2 143 246 103 history/5"_s,
+                           u"3 246 489 243 default/0"_s, u"4 489 632 143 history/5"_s};
+        // The eject looks at the next item in the queue even when the run skips it.
+        QTest::newRow("done items skipped")
+            << 2 << u"5:A:Idle 5:A:Done 5:A:Idle"_s << 1 << 0 << 0
+            << QStringList{u"1 12 143 131 history/5"_s, u"3 143 246 103 history/5"_s};
+        QTest::newRow("no estimate") << 1 << u"1:A:Idle 2:C:Idle 3:B:Idle"_s << 2 << 0 << 0
+                                     << QStringList{u"2 0 ? -1 none/0"_s, u"3 ? ? 200 default/0"_s};
+        QTest::newRow("no sample control")
+            << 0 << u"1:C:Idle 2:C:Idle"_s << 1 << 0 << 0
+            << QStringList{u"1 0 0 0 default/0"_s, u"2 0 0 0 default/0"_s};
+        // Item 2 began 40 s ago with 131 s expected: 91 s are left.
+        QTest::newRow("running") << 2 << u"3:A:Done 5:A:In\u00a0progress 5:A:Idle"_s << 0 << 2 << 40
+                                 << QStringList{u"2 -40 91 131 history/5"_s,
+                                                u"3 91 194 103 history/5"_s};
+        QTest::newRow("running late")
+            << 1 << u"3:A:In\u00a0progress 4:A:Idle"_s << 0 << 1 << 500
+            << QStringList{u"1 -500 30 530 history/5"_s, u"2 30 130 100 history/5"_s};
+        // The clock was set back by an hour while item 1 ran: nothing lies before now.
+        QTest::newRow("clock set back")
+            << 1 << u"3:A:In\u00a0progress 4:A:Idle"_s << 0 << 1 << -3600
+            << QStringList{u"1 0 100 100 history/5"_s, u"2 100 200 100 history/5"_s};
+        QTest::newRow("empty queue") << 2 << QString() << 1 << 0 << 0 << QStringList();
+    }
+    void forecastFollowsTheRunLoop()
+    {
+        QFETCH(int, mode);
+        QFETCH(QString, queue);
+        QFETCH(int, first);
+        QFETCH(int, running);
+        QFETCH(int, takenUp);
+        QFETCH(QStringList, expected);
+        ForecastInput in;
+        in.mode = RunMode(mode);
+        in.now = kStart;
+        in.firstItem = first;
+        in.running = running > 0;
+        in.currentQueueNum = running;
+        in.currentTakenUp = kStart.addSecs(-takenUp);
+        for (const QString& item : queue.split(u' ', Qt::SkipEmptyParts)) {
+            const QStringList f = item.split(u':');
+            in.queue.push_back({qint32(in.queue.size() + 1), f[0].toInt(), f[1],
+                                QString(f[2]).replace(u'\u00a0', u' ')});
+        }
+        const Forecast forecast = forecastQueue(in, FixedModel());
+        QCOMPARE(describe(forecast), expected);
+        QCOMPARE(forecast.ifStartedNow, running == 0);
+    }
+
+    // A few odd runs do not move the estimate; stopped runs do not count; the runs of the same
+    // sample state are preferred once there are enough of them.
+    void historyModelEstimates()
+    {
+        std::vector<RunRecord> history;
+        for (double seconds : {300.0, 310.0, 5.0, 290.0, 305.0, 3000.0, 295.0})
+            history.push_back(record(u"PROTON"_s, seconds, seconds == 5 ? u"Failed"_s : u"Done"_s));
+        history.push_back(record(u"PROTON"_s, 1, u"Stopped"_s));
+        const HistoryModel model(history, {{u"carbon"_s, 1800}});
+        const Estimate proton = model.experiment(u"PROTON"_s, false);
+        QCOMPARE(proton.basis, Basis::History);
+        QCOMPARE(proton.runs, 7);
+        QVERIFY2(proton.seconds >= 295 && proton.seconds <= 305,
+                 qPrintable(QString::number(proton.seconds)));
+        // Fewer than three runs with the sample still in: all of the title's runs count.
+        QCOMPARE(model.experiment(u"PROTON"_s, true).seconds, proton.seconds);
+        const Estimate carbon = model.experiment(u"CARBON"_s, false);
+        QCOMPARE(carbon.basis, Basis::Default);
+        QCOMPARE(carbon.seconds, 1800.0 + kWaitAfterRunStart + kWaitAfterExperiment);
+        QVERIFY(!model.experiment(u"COSY"_s, false).known());
+        QCOMPARE(model.load(), 20.0);
+        QCOMPARE(model.eject(), 10.0);
+
+        for (int i = 0; i < 3; ++i)
+            history.push_back(record(u"PROTON"_s, 100, u"Done"_s, false));
+        QCOMPARE(HistoryModel(history, {}).experiment(u"PROTON"_s, true).seconds, 100.0);
+        // Only the latest runs count: the lab's PROTON got slower.
+        for (int i = 0; i < 40; ++i)
+            history.push_back(record(u"PROTON"_s, 600));
+        QCOMPARE(HistoryModel(history, {}).experiment(u"PROTON"_s, false).seconds, 600.0);
+
+        // Without history, the fixed waits alone.
+        const HistoryModel empty({}, {});
+        QCOMPARE(empty.load(), double(kWaitAfterMotion));
+        QCOMPARE(empty.spin(), double(kWaitBetweenSpinCommands + kWaitAfterSpin));
+        QCOMPARE(empty.eject(), double(kWaitAfterMotion));
+    }
+
+    void defaultsFromTheSettingsFile()
+    {
+        writeFile(gIniPath, "[General]\r\nPROTON=1\r\n[forecast]\r\nPROTON = 240\r\n"
+                            "Carbon 13=1800.5\r\nproton=99\r\nCOSY=soon\r\nNOESY=0\r\n"
+                            "HSQC=-5\r\n");
+        const QHash<QString, double> defaults = forecastDefaults(gIniPath);
+        QCOMPARE(defaults, (QHash<QString, double>{{u"proton"_s, 240}, {u"carbon 13"_s, 1800.5}}));
+        QVERIFY(forecastDefaults(m_dir->filePath(u"missing.INI"_s)).isEmpty());
+    }
+
+    void forecastInputFromTheRunControls_data()
+    {
+        QTest::addColumn<QString>("caption");
+        QTest::addColumn<bool>("running");
+        QTest::addColumn<int>("current");
+        QTest::addColumn<int>("first");
+        QTest::newRow("start") << kStartCaption << false << 0 << 1;
+        QTest::newRow("start after restore") << kStartCaption << false << 2 << 3;
+        QTest::newRow("continue") << kContinueCaption << false << 2 << 2;
+        QTest::newRow("continue, nothing run") << kContinueCaption << false << 0 << 1;
+        QTest::newRow("run again") << kRunAgainCaption << false << 3 << 1;
+        QTest::newRow("running") << kStopCaption << true << 2 << 3;
+        QTest::newRow("end of a run") << kRunAgainCaption << true << 3 << 4;
+    }
+    void forecastInputFromTheRunControls()
+    {
+        QFETCH(QString, caption);
+        QFETCH(bool, running);
+        QFETCH(int, current);
+        QFETCH(int, first);
+        makeQueue(3, {u"Done"_s, u"Stopped"_s});
+        gCurrentQueueNum = current;
+        gRunControls.setStartQueueCaption(caption);
+        gRunControls.setRunUnderWay(running);
+        gSampleControl = 2;
+        const ForecastInput in = forecastInputNow();
+        QCOMPARE(in.firstItem, first);
+        QCOMPARE(in.mode, RunMode::Changer);
+        QCOMPARE(in.running, running);
+        QCOMPARE(in.now, kStart);
+        QCOMPARE(in.queue.size(), std::size_t(3));
+        QCOMPARE(in.queue[1].status, u"Stopped"_s);
+        QCOMPARE(in.queue[2].samplePosition, 30);
+    }
+
+    // Learned from a first run, the forecast of a second one meets every item's real start and
+    // end, taken before the run and at each item's start: the fake programs always take as long.
+    void forecastMeetsTheRun()
+    {
+        linkPrograms(2);
+        for (qint32 sample : {1, 2, 2, 3})
+            addItem(sample, qint16(sample % 3));
+        RunQueue();
+        const QList<std::pair<qint32, qint16>> second{{4, 0}, {4, 1}, {6, 2}, {6, 2}, {8, 0}};
+        resetQueueState();
+        gExpTitles = m_lab->expedra->titles;
+        for (const auto& [sample, experiment] : second)
+            addItem(sample, experiment, gQueueList.count() == 3 ? u"Done"_s : u"Idle"_s);
+        resetRunState();
+        m_seams->time.setNow(kStart.addDays(1));
+
+        std::vector<Forecast> forecasts{forecastNow()};
+        QVERIFY(forecasts[0].ifStartedNow);
+        qint32 seen = 0;
+        connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [&] {
+            if (gCurrentQueueNum > seen && gQueue(gCurrentQueueNum).Status == u"In progress"_s) {
+                seen = gCurrentQueueNum;
+                forecasts.push_back(forecastNow());
+            }
+        });
+        RunQueue();
+        disconnect(&gQueueList, nullptr, this, nullptr);
+        QCOMPARE(forecasts.size(),
+                 std::size_t(5)); // before the run and at items 1, 2, 3 and 5 (4 was done)
+        const std::vector<RunRecord>& history = runHistory();
+        QCOMPARE(history.size(), std::size_t(8));
+        QMap<qint32, RunRecord> actual;
+        for (qint32 n : {1, 2, 3, 5})
+            actual.insert(n, history[history.size() - 4 + std::size_t(actual.size())]);
+        for (const Forecast& forecast : forecasts) {
+            for (const ForecastItem& item : forecast.items) {
+                QVERIFY2(item.basis == Basis::History && item.runs >= 1,
+                         qPrintable(describe({{item}, false}).join(u',')));
+                const RunRecord& real = actual[item.queueNumber];
+                QVERIFY2(std::abs(real.takenUp.msecsTo(item.expectedStart)) < 1000,
+                         qPrintable(describe(forecast).join(u',')));
+                QVERIFY2(std::abs(real.ended.msecsTo(item.expectedEnd)) < 1000,
+                         qPrintable(describe(forecast).join(u',')));
+            }
+        }
+        QCOMPARE(forecasts.back().items.size(), std::size_t(1));
+        QVERIFY(!forecasts.back().ifStartedNow);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestForecast)
+#include "tst_forecast.moc"
