@@ -1,5 +1,7 @@
 #include "web/HttpFace.h"
 
+#include "web/LiveChannel.h"
+
 #include <QAbstractHttpServer>
 #include <QHttpServerRequest>
 #include <QHttpServerResponder>
@@ -22,6 +24,8 @@ using Status = QHttpServerResponder::StatusCode;
 const QByteArray kContentSecurityPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
     "connect-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+
+constexpr int kLiveSendBuffer = 64 * 1024;
 
 } // namespace
 
@@ -61,6 +65,9 @@ public:
     {
         m_live = true;
         m_idle.stop();
+        // A live client's messages wait in the program, where the live channel sees how many
+        // pile up, rather than in megabytes of the system's buffers.
+        m_socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kLiveSendBuffer);
     }
     bool isLive() const { return m_live; }
     bool isPeer(const QHostAddress& address, quint16 port) const
@@ -182,6 +189,11 @@ protected:
     {
         if (auto* guard = socket->findChild<Guard*>(QString(), Qt::FindDirectChildrenOnly))
             guard->answered();
+        // Qt 6.4 asks here before it hands a WebSocket upgrade to its WebSocket server: true
+        // lets the upgrade go on, with nothing written; false closes the connection.
+        if (request.value("upgrade").compare("websocket", Qt::CaseInsensitive) == 0
+            && request.value("connection").toLower().contains("upgrade"))
+            return request.url().path() == kLivePath;
         const bool head = request.method() == QHttpServerRequest::Method::Head;
         HttpReply reply;
         if (request.method() == QHttpServerRequest::Method::Get || head) {

@@ -9,8 +9,6 @@ using namespace Qt::StringLiterals;
 
 namespace spinlane::web {
 
-const QString kLivePath = u"/api/v1/live"_s;
-
 struct LiveChannel::Client {
     std::unique_ptr<QWebSocket, void (*)(QWebSocket*)> socket{nullptr, [](QWebSocket* s) {
                                                                   s->deleteLater();

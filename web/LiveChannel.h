@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QString>
 
 #include <functional>
 #include <memory>
@@ -13,6 +14,8 @@ class QWebSocket;
 // A client that does not read (its unsent bytes pass the bound) is dropped, so it cannot make the
 // program grow or hold up the others.
 namespace spinlane::web {
+
+inline const QString kLivePath = QStringLiteral("/api/v1/live");
 
 class LiveChannel : public QObject {
     Q_OBJECT

@@ -88,7 +88,7 @@ HttpReply WebServer::answer(const QString& path) const
     }
     if (path == u"/healthz"_s)
         return text(200, m_mirror.state().spinlane ? "ok\n" : "ok (Spinlane is not running)\n");
-    if (path == u"/api/v1/live"_s)
+    if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
     for (const PageFile& file : kPageFiles) {
         if (path == QLatin1StringView(file.path))

@@ -61,7 +61,7 @@ bool parseListen(const QString& text, QHostAddress* address, quint16* port)
         return false;
     const QString host = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
     const uint number = match.captured(3).toUInt();
-    if (number == 0 || number > 65535)
+    if (number > 65535)
         return false;
     QHostAddress parsed = host.isEmpty() ? QHostAddress(QHostAddress::Any) : QHostAddress(host);
     if (parsed.isNull())

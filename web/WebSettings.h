@@ -25,7 +25,8 @@ struct WebSettings {
 // ~/.config/spinlane/web.conf, or where XDG_CONFIG_HOME says.
 QString defaultConfigPath();
 
-// "ADDRESS:PORT", "[IPv6]:PORT" or ":PORT" (all addresses). False for anything else.
+// "ADDRESS:PORT", "[IPv6]:PORT" or ":PORT" (all addresses); port 0 takes a free one. False for
+// anything else.
 bool parseListen(const QString& text, QHostAddress* address, quint16* port);
 
 // The file's settings over the defaults. A missing file gives the defaults; a file that cannot be
