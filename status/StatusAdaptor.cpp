@@ -43,16 +43,16 @@ QVariantMap StatusAdaptor::currentItem() const
         {u"Started"_s, item.started.isValid() ? item.started.toString(Qt::ISODate) : QString()}};
 }
 
-QList<QStringList> StatusAdaptor::Queue() const
+void StatusAdaptor::Queue(QList<QStringList>& items) const
 {
     const std::vector<QStringList> rows = m_status.rows();
-    return {rows.begin(), rows.end()};
+    items = {rows.begin(), rows.end()};
 }
 
-QList<QVariantMap> StatusAdaptor::Forecast() const
+void StatusAdaptor::Forecast(QList<QVariantMap>& items) const
 {
     const spinlane::Forecast forecast = m_status.forecast();
-    QList<QVariantMap> items;
+    items.clear();
     for (const ForecastItem& item : forecast.items)
         items.append({{u"QueueNumber"_s, item.queueNumber},
                       {u"ExpectedStart"_s, isoDateTimeWithOffset(item.expectedStart)},
@@ -61,7 +61,6 @@ QList<QVariantMap> StatusAdaptor::Forecast() const
                       {u"Basis"_s, basisName(item.basis)},
                       {u"Runs"_s, item.runs},
                       {u"IfStartedNow"_s, forecast.ifStartedNow}});
-    return items;
 }
 
 // The standard signal of org.freedesktop.DBus.Properties, with the new values.

@@ -43,11 +43,12 @@ public:
     QVariantMap currentItem() const;
 
 public Q_SLOTS:
-    // Every item's columns as the list shows them, in queue order.
-    QList<QStringList> Queue() const;
+    // Every item's columns as the list shows them, in queue order (output arguments, so that
+    // introspection names them).
+    void Queue(QList<QStringList>& items) const;
     // Every item the next run takes up, in queue order: QueueNumber, ExpectedStart, ExpectedEnd,
     // ExpectedSeconds, Basis, Runs and IfStartedNow.
-    QList<QVariantMap> Forecast() const;
+    void Forecast(QList<QVariantMap>& forecast) const;
 
 Q_SIGNALS:
     void ItemStatusChanged(int queueNumber, const QString& sampleName, const QString& user,
