@@ -4,8 +4,8 @@
 #include "adapter/AdapterSetup.h"
 #include "adapter/ProgramServer.h"
 #include "core/CommandLine.h"
+#include "core/Console.h"
 #include "core/ShutdownSignals.h"
-#include "tools/Console.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -17,7 +17,7 @@
 using namespace Qt::StringLiterals;
 using namespace spinlane;
 using namespace spinlane::adapter;
-using namespace spinlane::tools;
+using namespace spinlane::console;
 
 namespace {
 

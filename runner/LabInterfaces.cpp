@@ -10,14 +10,14 @@ namespace {
 
 LabOperation query(const QString& name, const QString& output)
 {
-    return {name, {}, output, {}, false, false};
+    return {name, {}, output, {}, false, false, {}};
 }
 
-LabOperation command(const QString& name) { return {name, {}, {}, {}, false, false}; }
+LabOperation command(const QString& name) { return {name, {}, {}, {}, false, false, {}}; }
 
 LabOperation setter(const QString& name, const QString& input, const QString& stores)
 {
-    return {name, {input}, {}, stores, false, false};
+    return {name, {input}, {}, stores, false, false, {}};
 }
 
 LabOperation window(LabOperation operation)
@@ -26,7 +26,7 @@ LabOperation window(LabOperation operation)
     return operation;
 }
 
-LabOperation list(const QString& name) { return {name, {}, u"as"_s, {}, false, true}; }
+LabOperation list(const QString& name) { return {name, {}, u"as"_s, {}, false, true, {}}; }
 
 const LabOperation kGetWindowHandle = window(query(u"GetWindowHandle"_s, u"i"_s));
 
@@ -69,10 +69,10 @@ const QList<LabInterface>& interfaces()
     return all;
 }
 
-QString argumentXml(const QString& type, const char* direction)
+QString argumentXml(const QString& name, const QString& type, const char* direction)
 {
-    return u"    <arg type=\""_s + type + u"\" direction=\""_s + QLatin1StringView(direction)
-           + u"\"/>\n"_s;
+    return u"    <arg name=\""_s + name + u"\" type=\""_s + type + u"\" direction=\""_s
+           + QLatin1StringView(direction) + u"\"/>\n"_s;
 }
 
 QString interfaceXml(const LabInterface& interface)
@@ -80,16 +80,32 @@ QString interfaceXml(const LabInterface& interface)
     QString xml = u"  <interface name=\""_s + interface.name + u"\">\n"_s;
     for (const LabOperation& op : interface.operations) {
         xml += u"   <method name=\""_s + op.name + u"\">\n"_s;
-        for (const QString& input : op.inputs)
-            xml += argumentXml(input, "in");
+        for (qsizetype i = 0; i < op.inputs.size(); ++i)
+            xml += argumentXml(op.inputName(i), op.inputs.at(i), "in");
         if (!op.output.isEmpty())
-            xml += argumentXml(op.output, "out");
+            xml += argumentXml(op.outputName(), op.output, "out");
         xml += u"   </method>\n"_s;
     }
     return xml + u"  </interface>\n"_s;
 }
 
 } // namespace
+
+QString LabOperation::inputName(qsizetype index) const
+{
+    if (index < inputNames.size())
+        return inputNames.at(index);
+    return stores.isEmpty() ? u"arg"_s + QString::number(index + 1) : stores;
+}
+
+QString LabOperation::outputName() const
+{
+    for (const QString& prefix : {u"Get"_s, u"Is"_s}) {
+        if (name.startsWith(prefix) && name.size() > prefix.size())
+            return name.mid(prefix.size());
+    }
+    return name;
+}
 
 const LabOperation* LabInterface::operation(QStringView name) const
 {
@@ -121,8 +137,9 @@ const LabInterface& labWindowInterface()
 {
     static const LabInterface windowInterface{
         kLabWindowInterface,
-        {window({u"ShowWindow"_s, {u"i"_s, u"i"_s}, {}, {}, false, false}),
-         window({u"CloseWindow"_s, {u"i"_s}, {}, {}, false, false})}};
+        {window({u"ShowWindow"_s, {u"i"_s, u"i"_s}, {}, {}, false, false,
+                 {u"handle"_s, u"command"_s}}),
+         window({u"CloseWindow"_s, {u"i"_s}, {}, {}, false, false, {u"handle"_s}})}};
     return windowInterface;
 }
 

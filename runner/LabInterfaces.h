@@ -18,8 +18,12 @@ struct LabOperation {
     bool windowOnly = false;
     // The set-up program's lists end with one empty element that is not part of the list.
     bool endsWithEmptyElement = false;
+    // The arguments' names as introspection shows them; empty: the name it stores.
+    QStringList inputNames;
 
     QString inputSignature() const { return inputs.join(QString()); }
+    QString inputName(qsizetype index) const;
+    QString outputName() const; // "Ready" for IsReady, "SpinRate" for GetSpinRate
 };
 
 struct LabInterface {

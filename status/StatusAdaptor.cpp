@@ -40,10 +40,10 @@ QVariantMap StatusAdaptor::currentItem() const
         {u"Started"_s, item.started.isValid() ? item.started.toString(Qt::ISODate) : QString()}};
 }
 
-QList<QStringList> StatusAdaptor::Queue() const
+void StatusAdaptor::Queue(QList<QStringList>& items) const
 {
     const std::vector<QStringList> rows = m_status.rows();
-    return {rows.begin(), rows.end()};
+    items = {rows.begin(), rows.end()};
 }
 
 // The standard signal of org.freedesktop.DBus.Properties, with the new values.

@@ -43,8 +43,9 @@ public:
     QVariantMap currentItem() const;
 
 public Q_SLOTS:
-    // Every item's columns as the list shows them, in queue order.
-    QList<QStringList> Queue() const;
+    // Every item's columns as the list shows them, in queue order (an output argument, so that
+    // introspection names it).
+    void Queue(QList<QStringList>& items) const;
 
 Q_SIGNALS:
     void ItemStatusChanged(int queueNumber, const QString& sampleName, const QString& user,

@@ -4,9 +4,12 @@
 //
 //     spinlane-simulated-lab --settings LAB.INI run_queue_on_lab Spinlane.INI
 //
-// Exits with 0 when the run log ends with the done banner.
+// Exits with 0 when the run log ends with the done banner. With --publish it serves Spinlane's
+// status on the bus as Spinlane does, from before the run until SIGTERM or SIGINT, for the
+// clients of the status interface (spinlane-web's tests and package check).
 
 #include "core/RuntimeError.h"
+#include "core/ShutdownSignals.h"
 #include "core/Startup.h"
 #include "queue/QueueRows.h"
 #include "queue/QueueStore.h"
@@ -16,6 +19,7 @@
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
 #include "settings/Settings.h"
+#include "status/SpinlaneBus.h"
 #include "support/ScaledClock.h"
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
@@ -31,15 +35,17 @@ using namespace spinlane;
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    if (app.arguments().size() != 2) {
-        std::fprintf(stderr, "usage: run_queue_on_lab SETTINGS-FILE\n");
+    QStringList arguments = app.arguments().mid(1);
+    const bool publish = arguments.removeAll(u"--publish"_s) > 0;
+    if (arguments.size() != 1) {
+        std::fprintf(stderr, "usage: run_queue_on_lab [--publish] SETTINGS-FILE\n");
         return 2;
     }
     // The settings file is chosen as a person would, in the dialog after the first question.
     testing::ScriptedMessageBoxes boxes;
     boxes.queueAnswer(MsgAnswer::Ok);
     testing::ScriptedFileDialogs dialogs;
-    dialogs.queueChoice(app.arguments().at(1));
+    dialogs.queueChoice(arguments.first());
     testing::MemorySettingsStore store;
     testing::ScaledClock clock(20);
     installSeams({&boxes, &dialogs, &store, &clock, nullptr, nullptr});
@@ -55,6 +61,8 @@ int main(int argc, char* argv[])
         gExpTitles = linked(gExpedra).GetExperimentTitles();
         gSolvents = linked(gExpedra).GetSolvents();
         PopulateQueueList();
+        if (publish)
+            PublishOnBus();
         gCurrentUserID = u"administrator"_s;
         gLogOn = OpenLogFile(logPath, false);
         RunQueue();
@@ -66,6 +74,15 @@ int main(int argc, char* argv[])
     }
     const QByteArray text = testing::readFile(logPath);
     std::fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    std::fflush(stdout);
     const qsizetype lastBanner = text.lastIndexOf("\r\n[");
-    return lastBanner >= 0 && text.mid(lastBanner + 2).startsWith("[Done Spinlane at ") ? 0 : 1;
+    const int status =
+        lastBanner >= 0 && text.mid(lastBanner + 2).startsWith("[Done Spinlane at ") ? 0 : 1;
+    if (publish) {
+        ShutdownSignals signals;
+        QObject::connect(&signals, &ShutdownSignals::received, &app, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        WithdrawFromBus();
+    }
+    return status;
 }

@@ -7,14 +7,14 @@
 #include "core/RuntimeError.h"
 #include "core/TextTable.h"
 #include "queue/SettingsFile.h"
-#include "tools/Console.h"
+#include "core/Console.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
-using namespace spinlane::tools;
+using namespace spinlane::console;
 
 namespace {
 

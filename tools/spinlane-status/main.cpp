@@ -4,7 +4,7 @@
 #include "core/CommandLine.h"
 #include "core/TextTable.h"
 #include "status/StatusBus.h"
-#include "tools/Console.h"
+#include "core/Console.h"
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -17,7 +17,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
-using namespace spinlane::tools;
+using namespace spinlane::console;
 
 namespace {
 

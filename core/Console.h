@@ -2,8 +2,8 @@
 
 #include <QTextStream>
 
-// Standard output and standard error of the command-line tools, as text streams.
-namespace spinlane::tools {
+// Standard output and standard error of the command-line programs, as text streams.
+namespace spinlane::console {
 
 inline QTextStream& out()
 {
@@ -17,4 +17,4 @@ inline QTextStream& err()
     return stream;
 }
 
-} // namespace spinlane::tools
+} // namespace spinlane::console

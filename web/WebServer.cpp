@@ -1,0 +1,100 @@
+#include "web/WebServer.h"
+
+#include "web/InstrumentJson.h"
+#include "web/Metrics.h"
+
+#include <QFile>
+#include <QJsonDocument>
+#include <QWebSocket>
+
+using namespace Qt::StringLiterals;
+
+// The page's files are compiled into this static library, so they are registered by hand.
+static void registerPage() { Q_INIT_RESOURCE(page); }
+
+namespace spinlane::web {
+namespace {
+
+struct PageFile {
+    const char* path;
+    const char* resource;
+    const char* type;
+};
+
+const PageFile kPageFiles[] = {
+    {"/", ":/spinlane-web/index.html", "text/html; charset=utf-8"},
+    {"/page.css", ":/spinlane-web/page.css", "text/css; charset=utf-8"},
+    {"/page.js", ":/spinlane-web/page.js", "text/javascript; charset=utf-8"},
+};
+
+QByteArray resource(const char* name)
+{
+    QFile file(QString::fromLatin1(name));
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+HttpReply text(int status, const QByteArray& body)
+{
+    return {status, "text/plain; charset=utf-8", body, true};
+}
+
+} // namespace
+
+WebServer::WebServer(const WebSettings& settings, const QDBusConnection& bus, QObject* parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_mirror(bus)
+    , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds},
+             [this](const QString& path) { return answer(path); },
+             [this](std::unique_ptr<QWebSocket> socket) { m_live.take(std::move(socket)); })
+    , m_live(settings.maxLiveClients, settings.maxLiveBacklogBytes)
+{
+    registerPage();
+    connect(&m_mirror, &StatusMirror::changed, this, &WebServer::statusChanged);
+    statusChanged();
+}
+
+bool WebServer::listen(QString* error)
+{
+    return m_http.listen(m_settings.address, m_settings.port, error);
+}
+
+void WebServer::statusChanged()
+{
+    const QJsonObject json =
+        instrumentJson(m_mirror.state(), m_settings.instrument, m_settings.hideSampleNames);
+    if (json == m_lastJson && !m_instrument.isEmpty())
+        return;
+    m_lastJson = json;
+    QJsonObject stamped = json;
+    stamped.insert(u"updated"_s,
+                   QDateTime::currentDateTime().toOffsetFromUtc(
+                       QDateTime::currentDateTime().offsetFromUtc()).toString(Qt::ISODateWithMs));
+    m_instrument = QJsonDocument(stamped).toJson(QJsonDocument::Compact);
+    ++m_seq;
+    const QJsonObject message{{u"seq"_s, m_seq}, {u"instrument"_s, stamped}};
+    m_live.send(QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact)));
+}
+
+HttpReply WebServer::answer(const QString& path) const
+{
+    if (path == u"/api/v1/instrument"_s)
+        return {200, "application/json", m_instrument, true};
+    if (path == u"/metrics"_s) {
+        const MetricsInput input{m_mirror.state(),         m_settings.instrument,
+                                 m_mirror.itemsDone(),     m_mirror.itemsFailed(),
+                                 m_live.clients(),         QDateTime::currentDateTime()};
+        return {200, "text/plain; version=0.0.4; charset=utf-8", metricsText(input), true};
+    }
+    if (path == u"/healthz"_s)
+        return text(200, m_mirror.state().spinlane ? "ok\n" : "ok (Spinlane is not running)\n");
+    if (path == kLivePath)
+        return text(426, "The live channel is a WebSocket.\n");
+    for (const PageFile& file : kPageFiles) {
+        if (path == QLatin1StringView(file.path))
+            return {200, file.type, resource(file.resource), false};
+    }
+    return text(404, "Not found.\n");
+}
+
+} // namespace spinlane::web

@@ -1,0 +1,139 @@
+#include "web/WebSettings.h"
+
+#include <QFileInfo>
+#include <QHostInfo>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QStandardPaths>
+
+using namespace Qt::StringLiterals;
+
+namespace spinlane::web {
+namespace {
+
+const QString kSection = u"web"_s;
+
+struct Number {
+    const char* key;
+    int WebSettings::*field;
+    int least;
+    int most;
+};
+
+const Number kNumbers[] = {
+    {"MaxConnections", &WebSettings::maxConnections, 1, 100000},
+    {"MaxLiveClients", &WebSettings::maxLiveClients, 0, 100000},
+    {"MaxRequestBytes", &WebSettings::maxRequestBytes, 1024, 1 << 20},
+    {"MaxLiveBacklogBytes", &WebSettings::maxLiveBacklogBytes, 4096, 1 << 30},
+    {"IdleSeconds", &WebSettings::idleSeconds, 1, 86400},
+};
+
+std::optional<bool> parseBoolean(const QString& text)
+{
+    const QString value = text.trimmed().toLower();
+    if (value == u"true"_s || value == u"yes"_s || value == u"1"_s)
+        return true;
+    if (value == u"false"_s || value == u"no"_s || value == u"0"_s)
+        return false;
+    return std::nullopt;
+}
+
+// A value as written: QSettings reads a value holding commas as a list.
+QString textOf(const QVariant& value)
+{
+    return value.userType() == QMetaType::QStringList ? value.toStringList().join(u", "_s)
+                                                      : value.toString();
+}
+
+} // namespace
+
+QString defaultConfigPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+           + u"/spinlane/web.conf"_s;
+}
+
+bool parseListen(const QString& text, QHostAddress* address, quint16* port)
+{
+    static const QRegularExpression form(u"^(?:\\[([^\\]]+)\\]|([^:\\[\\]]*)):(\\d{1,5})$"_s);
+    const QRegularExpressionMatch match = form.match(text.trimmed());
+    if (!match.hasMatch())
+        return false;
+    const QString host = match.captured(1).isEmpty() ? match.captured(2) : match.captured(1);
+    const uint number = match.captured(3).toUInt();
+    if (number > 65535)
+        return false;
+    QHostAddress parsed = host.isEmpty() ? QHostAddress(QHostAddress::Any) : QHostAddress(host);
+    if (parsed.isNull())
+        return false;
+    *address = parsed;
+    *port = quint16(number);
+    return true;
+}
+
+std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
+{
+    WebSettings settings;
+    settings.instrument = QHostInfo::localHostName();
+    const QFileInfo file(path);
+    if (!file.exists())
+        return settings;
+    if (!file.isReadable()) {
+        *error = path + u": cannot be read"_s;
+        return std::nullopt;
+    }
+    QSettings ini(path, QSettings::IniFormat);
+    if (ini.status() != QSettings::NoError) {
+        *error = path + u": not a configuration file"_s;
+        return std::nullopt;
+    }
+    const auto fail = [&](const QString& key, const QString& why) {
+        *error = path + u": ["_s + kSection + u"] "_s + key + u": "_s + why;
+        return std::nullopt;
+    };
+    for (const QString& key : ini.allKeys()) {
+        const QString section = key.section(u'/', 0, 0);
+        if (!key.contains(u'/') || section != kSection) {
+            *error = path + u": "_s + key + u": not a setting of spinlane-web (its settings are "_s
+                     u"in [web])"_s;
+            return std::nullopt;
+        }
+    }
+    ini.beginGroup(kSection);
+    QStringList known{u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s};
+    for (const Number& number : kNumbers)
+        known.append(QLatin1StringView(number.key));
+    for (const QString& key : ini.childKeys()) {
+        if (!known.contains(key))
+            return fail(key, u"unknown setting"_s);
+    }
+    if (ini.contains(u"Instrument"_s)) {
+        settings.instrument = textOf(ini.value(u"Instrument"_s)).trimmed();
+        if (settings.instrument.isEmpty() || settings.instrument.size() > 64)
+            return fail(u"Instrument"_s, u"needs a name of 1 to 64 characters"_s);
+    }
+    if (ini.contains(u"Listen"_s)
+        && !parseListen(textOf(ini.value(u"Listen"_s)), &settings.address, &settings.port))
+        return fail(u"Listen"_s, u"not ADDRESS:PORT"_s);
+    if (ini.contains(u"HideSampleNames"_s)) {
+        const auto hide = parseBoolean(textOf(ini.value(u"HideSampleNames"_s)));
+        if (!hide)
+            return fail(u"HideSampleNames"_s, u"needs true or false"_s);
+        settings.hideSampleNames = *hide;
+    }
+    for (const Number& number : kNumbers) {
+        const QString key = QLatin1StringView(number.key);
+        if (!ini.contains(key))
+            continue;
+        bool ok = false;
+        const int value = textOf(ini.value(key)).trimmed().toInt(&ok);
+        if (!ok || value < number.least || value > number.most)
+            return fail(key, u"needs a whole number from %1 to %2"_s.arg(number.least).arg(number.most));
+        settings.*number.field = value;
+    }
+    if (settings.maxLiveClients > settings.maxConnections)
+        return fail(u"MaxLiveClients"_s, u"more than MaxConnections"_s);
+    return settings;
+}
+
+} // namespace spinlane::web

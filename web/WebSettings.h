@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QHostAddress>
+#include <QString>
+
+#include <optional>
+
+// What spinlane-web serves and where: its configuration file (INI, section [web]) and the
+// command line's --listen, which wins over the file.
+namespace spinlane::web {
+
+struct WebSettings {
+    QString instrument; // the name the page and the API show; the host name by default
+    QHostAddress address = QHostAddress::LocalHost;
+    quint16 port = 8470;
+    bool hideSampleNames = false;
+    // Limits, so that stuck or hostile clients cannot take the service down.
+    int maxConnections = 512; // open connections of every kind
+    int maxLiveClients = 256; // of them, live channels
+    int maxRequestBytes = 8192; // a request's line and headers
+    int maxLiveBacklogBytes = 4 << 20; // unsent bytes of a live client before it is dropped
+    int idleSeconds = 30; // an HTTP connection without a request is closed after it
+};
+
+// ~/.config/spinlane/web.conf, or where XDG_CONFIG_HOME says.
+QString defaultConfigPath();
+
+// "ADDRESS:PORT", "[IPv6]:PORT" or ":PORT" (all addresses); port 0 takes a free one. False for
+// anything else.
+bool parseListen(const QString& text, QHostAddress* address, quint16* port);
+
+// The file's settings over the defaults. A missing file gives the defaults; a file that cannot be
+// read, an unknown key or a bad value gives nothing and `error` says which, with the file's name.
+std::optional<WebSettings> readWebSettings(const QString& path, QString* error);
+
+} // namespace spinlane::web

@@ -1,0 +1,90 @@
+// spinlane-web: a read-only web page, API, live channel and metrics for the Spinlane that runs
+// on this session bus, for people who are not at the instrument.
+
+#include "core/CommandLine.h"
+#include "core/Console.h"
+#include "core/ShutdownSignals.h"
+#include "web/WebServer.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QDBusConnection>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+using namespace spinlane::console;
+using namespace spinlane::web;
+
+namespace {
+
+enum ExitCode { Success = 0, Failure = 1, Usage = 2 };
+
+const char kUsage[] =
+    "usage: spinlane-web [--config FILE] [--listen ADDRESS:PORT]\n"
+    "\n"
+    "Serves the queue of the Spinlane that runs on this session bus to browsers:\n"
+    "the page at /, the API at /api/v1/instrument, live updates at /api/v1/live,\n"
+    "/metrics for Prometheus and /healthz.\n"
+    "\n"
+    "--config FILE          the configuration file (default ~/.config/spinlane/web.conf)\n"
+    "--listen ADDRESS:PORT  where to listen (default 127.0.0.1:8470); 0.0.0.0:8470 for\n"
+    "                       every network of the machine\n"
+    "--help | --version\n";
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    if (const auto answered =
+            answerHelpOrVersion(argc, argv, u"spinlane-web"_s, QString::fromUtf8(kUsage)))
+        return *answered;
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(u"spinlane-web"_s);
+    QCoreApplication::setApplicationVersion(QStringLiteral(SPINLANE_VERSION));
+    QCommandLineParser parser;
+    const QCommandLineOption config(u"config"_s, {}, u"FILE"_s);
+    const QCommandLineOption listen(u"listen"_s, {}, u"ADDRESS:PORT"_s);
+    parser.addOptions({config, listen});
+    if (!parser.parse(app.arguments()) || !parser.positionalArguments().isEmpty()) {
+        err() << "spinlane-web: " << (parser.errorText().isEmpty() ? u"unexpected argument"_s
+                                                                   : parser.errorText())
+              << '\n'
+              << kUsage;
+        return Usage;
+    }
+
+    QString error;
+    const QString path = parser.isSet(config) ? parser.value(config) : defaultConfigPath();
+    std::optional<WebSettings> settings = readWebSettings(path, &error);
+    if (!settings) {
+        err() << "spinlane-web: " << error << Qt::endl;
+        return Usage;
+    }
+    if (parser.isSet(listen)
+        && !parseListen(parser.value(listen), &settings->address, &settings->port)) {
+        err() << "spinlane-web: --listen " << parser.value(listen)
+              << ": not ADDRESS:PORT (for example 127.0.0.1:8470)" << Qt::endl;
+        return Usage;
+    }
+    const QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        err() << "spinlane-web: there is no session bus" << Qt::endl;
+        return Failure;
+    }
+
+    WebServer server(*settings, bus);
+    if (!server.listen(&error)) {
+        err() << "spinlane-web: cannot listen on " << settings->address.toString() << ':'
+              << settings->port << ": " << error << Qt::endl;
+        return Usage;
+    }
+    err() << "spinlane-web: serving " << settings->instrument << " at http://"
+          << (settings->address.protocol() == QAbstractSocket::IPv6Protocol
+                  ? u'[' + settings->address.toString() + u']'
+                  : settings->address.toString())
+          << ':' << server.port() << '/' << Qt::endl;
+
+    ShutdownSignals signals;
+    QObject::connect(&signals, &ShutdownSignals::received, &app, [] { QCoreApplication::quit(); });
+    return QCoreApplication::exec();
+}

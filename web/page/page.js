@@ -1,0 +1,149 @@
+// Spinlane's instrument page: the state from /api/v1/instrument, then every change from the live
+// channel. Texts from the queue are set with textContent only, never as markup.
+'use strict';
+
+const byId = (id) => document.getElementById(id);
+const mineKey = 'spinlane.mySamples';
+let latest = null;
+let socket = null;
+let retryMs = 1000;
+
+function setText(id, text) { byId(id).textContent = text; }
+
+function statusClass(status) {
+  return 'status-' + String(status).toLowerCase().replace(/[^a-z]+/g, '-');
+}
+
+// A time of the API in the viewer's own time zone; the date only when it is not today.
+function localTime(iso) {
+  if (!iso) return '';
+  const time = new Date(iso);
+  if (isNaN(time)) return '';
+  const clock = time.toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
+  const today = new Date().toDateString() === time.toDateString();
+  return today ? clock : time.toLocaleDateString([], { weekday: 'short', day: 'numeric',
+                                                      month: 'short' }) + ' ' + clock;
+}
+
+function number(n) { return String(n).padStart(3, '0'); }
+
+function mine() { return byId('mine').value.trim().toLowerCase(); }
+
+function cell(row, text, className) {
+  const td = row.insertCell();
+  td.textContent = text;
+  if (className) td.className = className;
+  return td;
+}
+
+function renderQueue(data) {
+  const body = document.querySelector('#queue tbody');
+  const filter = mine();
+  const rows = [];
+  let shown = 0;
+  for (const item of data.queue) {
+    if (filter && item.user.toLowerCase() !== filter) continue;
+    const row = document.createElement('tr');
+    row.dataset.number = item.number;
+    if (data.current && data.current.number === item.number) row.className = 'current';
+    cell(row, number(item.number));
+    cell(row, item.position, 'optional');
+    cell(row, item.sample, 'sample');
+    cell(row, item.experiment);
+    cell(row, item.user, 'user');
+    const badge = document.createElement('span');
+    badge.className = 'badge ' + statusClass(item.status);
+    badge.textContent = item.status;
+    const status = row.insertCell();
+    status.className = 'status';
+    status.appendChild(badge);
+    cell(row, localTime(item.expectedStart), 'optional');
+    cell(row, localTime(item.expectedEnd));
+    rows.push(row);
+    ++shown;
+  }
+  body.replaceChildren(...rows);
+  setText('queueCount', filter ? '(' + shown + ' of ' + data.queue.length + ')'
+                               : '(' + data.queue.length + ')');
+  byId('empty').hidden = data.queue.length !== 0;
+}
+
+function renderProgress() {
+  const current = latest && latest.current;
+  const fill = byId('progressFill');
+  let percent = 0;
+  if (current && current.started && current.expectedEnd) {
+    const start = Date.parse(current.started);
+    const end = Date.parse(current.expectedEnd);
+    if (end > start) percent = Math.min(100, Math.max(0, (Date.now() - start) / (end - start) * 100));
+  }
+  if (current && current.status === 'Done') percent = 100;
+  fill.style.width = percent.toFixed(1) + '%';
+  byId('progress').setAttribute('aria-valuenow', Math.round(percent));
+}
+
+function render(data) {
+  latest = data;
+  setText('instrument', data.instrument);
+  document.title = data.instrument + ' · Spinlane';
+  const state = data.spinlane ? data.runState : 'unknown';
+  const runState = byId('runState');
+  runState.className = 'state-' + state;
+  runState.textContent = data.spinlane ? state : 'Spinlane is not running';
+  setText('queueEnd', data.queueEnd ? 'Queue expected to end ' + localTime(data.queueEnd) +
+                                      (data.ifStartedNow ? ' if started now' : '') : '');
+  const current = data.current;
+  byId('current').hidden = !current;
+  if (current) {
+    setText('currentNumber', number(current.number));
+    setText('currentSample', current.sample);
+    setText('currentExperiment', current.experiment);
+    setText('currentUser', current.user);
+    setText('currentStatus', current.status);
+    setText('currentStarted', current.started ? 'Started ' + localTime(current.started) : '');
+    setText('currentEnd', current.expectedEnd ? '· expected end ' + localTime(current.expectedEnd)
+                                              : '');
+  }
+  renderProgress();
+  renderQueue(data);
+  setText('updated', localTime(data.updated) || 'never');
+}
+
+function connect() {
+  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
+  socket = new WebSocket(scheme + '//' + location.host + '/api/v1/live');
+  socket.onopen = () => {
+    retryMs = 1000;
+    byId('connection').hidden = true;
+  };
+  socket.onmessage = (event) => {
+    let message;
+    try { message = JSON.parse(event.data); } catch (e) { return; }
+    if (!message || !message.instrument) return;
+    // Every message is the whole state: one that missed others is in step all the same.
+    document.body.dataset.seq = message.seq;
+    render(message.instrument);
+  };
+  socket.onclose = () => {
+    byId('connection').hidden = false;
+    setTimeout(connect, retryMs);
+    retryMs = Math.min(retryMs * 2, 5000);
+  };
+}
+
+function start() {
+  const field = byId('mine');
+  try { field.value = localStorage.getItem(mineKey) || ''; } catch (e) { /* private mode */ }
+  field.addEventListener('input', () => {
+    try { localStorage.setItem(mineKey, field.value.trim()); } catch (e) { /* private mode */ }
+    if (latest) renderQueue(latest);
+  });
+  fetch('/api/v1/instrument', { cache: 'no-store' })
+    .then((response) => response.json())
+    .then((data) => { if (!latest) render(data); })
+    .catch(() => { byId('connection').hidden = false; });
+  connect();
+  setInterval(renderProgress, 1000);
+}
+
+start();
