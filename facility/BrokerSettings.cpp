@@ -8,7 +8,12 @@ namespace spinlane::facility {
 
 namespace {
 
-constexpr QStringView kSection = u"Broker";
+constexpr QStringView kSection = u"broker";
+const QStringList kKeys = {QStringLiteral("Host"), QStringLiteral("Port"), QStringLiteral("User"),
+                           QStringLiteral("Password"), QStringLiteral("TLS"), QStringLiteral("CAFile"),
+                           QStringLiteral("CertFile"), QStringLiteral("KeyFile"), QStringLiteral("KeepAlive"),
+                           QStringLiteral("Heartbeat"), QStringLiteral("OfflineAfter"),
+                           QStringLiteral("MaxPayloadBytes")};
 
 struct Reader {
     const ProfileDocument& file;
@@ -17,7 +22,7 @@ struct Reader {
 
     void fail(QStringView key, const QString& what) const
     {
-        errors->append(QStringLiteral("%1: [Broker] %2: %3").arg(path, key.toString(), what));
+        errors->append(QStringLiteral("%1: [broker] %2: %3").arg(path, key.toString(), what));
     }
     QString text(QStringView key, const QString& fallback = {}) const
     {
@@ -64,6 +69,11 @@ BrokerSettings readBrokerSettings(const ProfileDocument& file, const QString& pa
                                   QStringList* errors)
 {
     const Reader read{file, path, errors};
+    for (const ProfileDocument::Item& item : file.items()) {
+        if (!item.header && item.section.compare(kSection, Qt::CaseInsensitive) == 0
+            && !kKeys.contains(item.key, Qt::CaseInsensitive))
+            read.fail(item.key, QStringLiteral("unknown setting"));
+    }
     BrokerSettings settings;
     settings.host = read.text(u"Host");
     settings.tls = read.flag(u"TLS");

@@ -7,7 +7,7 @@ namespace spinlane {
 class ProfileDocument;
 }
 
-// The broker a spinlane-web publishes to or, in facility mode, listens to: the [Broker] section of
+// The broker a spinlane-web publishes to or, in facility mode, listens to: the [broker] section of
 // its configuration file. Secrets live only there, never on a command line.
 namespace spinlane::facility {
 
@@ -29,8 +29,8 @@ struct BrokerSettings {
     QString address() const { return host + u':' + QString::number(port); }
 };
 
-// Reads [Broker] from a configuration file already parsed from `path`. Each mistake adds a line
-// "PATH: [Broker] KEY: what is wrong" to `errors`, and so does a password in a file that others
+// Reads [broker] from a configuration file already parsed from `path`. Each mistake adds a line
+// "PATH: [broker] KEY: what is wrong" to `errors`, and so does a password in a file that others
 // than its owner may read.
 BrokerSettings readBrokerSettings(const ProfileDocument& file, const QString& path,
                                   QStringList* errors);

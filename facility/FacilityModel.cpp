@@ -47,14 +47,41 @@ QByteArray withMember(const QJsonObject& object, const char* key, const QByteArr
     return json;
 }
 
-QByteArray label(const QString& value)
+QJsonValue itemJson(const std::optional<StateItem>& item)
+{
+    if (!item)
+        return QJsonValue::Null;
+    return QJsonObject{{QStringLiteral("number"), item->number},
+                       {QStringLiteral("sample"), item->sample},
+                       {QStringLiteral("experiment"), item->experiment},
+                       {QStringLiteral("user"), item->user},
+                       {QStringLiteral("status"), item->status},
+                       {QStringLiteral("started"), item->started},
+                       {QStringLiteral("expectedEnd"), item->expectedEnd}};
+}
+
+QByteArray summaryJson(const InstrumentState& state, const QString& runState)
+{
+    const QJsonObject summary{{QStringLiteral("schema"), 1},
+                              {QStringLiteral("instrument"), state.instrument},
+                              {QStringLiteral("spinlane"), state.spinlane},
+                              {QStringLiteral("updated"), state.updated},
+                              {QStringLiteral("runState"), runState},
+                              {QStringLiteral("queueEnd"), state.queueEnd},
+                              {QStringLiteral("current"), itemJson(state.current)},
+                              {QStringLiteral("queueLength"), int(state.queue.size())},
+                              {QStringLiteral("waiting"), state.waiting}};
+    return QJsonDocument(summary).toJson(QJsonDocument::Compact);
+}
+
+} // namespace
+
+QByteArray escapedLabel(const QString& value)
 {
     QByteArray escaped = value.toUtf8();
     escaped.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
     return escaped;
 }
-
-} // namespace
 
 FacilityModel::FacilityModel(QObject* parent)
     : QObject(parent),
@@ -169,7 +196,7 @@ void FacilityModel::checkSilence()
     }
 }
 
-QByteArray FacilityModel::entryJson(const QString& name) const
+QByteArray FacilityModel::entryJson(const QString& name, Detail detail) const
 {
     const Entry* found = entry(name);
     if (!found)
@@ -184,6 +211,9 @@ QByteArray FacilityModel::entryJson(const QString& name) const
                      {QStringLiteral("lastRunState"), lastRunState}};
     if (!found->state)
         return withMember(head, "instrument", "null");
+    if (detail == Detail::Summary)
+        return withMember(head, "instrument",
+                          summaryJson(*found->state, online ? lastRunState : QStringLiteral("unknown")));
     if (online)
         return withMember(head, "instrument", found->state->json);
     // What an offline instrument last said stays readable, but never as a run going on.
@@ -192,7 +222,7 @@ QByteArray FacilityModel::entryJson(const QString& name) const
     return withMember(head, "instrument", QJsonDocument(last).toJson(QJsonDocument::Compact));
 }
 
-QByteArray FacilityModel::facilityJson() const
+QByteArray FacilityModel::facilityJson(Detail detail) const
 {
     QJsonObject rejected;
     for (PayloadFault fault : {PayloadFault::Malformed, PayloadFault::Oversized, PayloadFault::Foreign})
@@ -209,7 +239,7 @@ QByteArray FacilityModel::facilityJson() const
     for (auto it = m_entries.cbegin(); it != m_entries.cend(); ++it) {
         if (list.size() > 1)
             list += ',';
-        list += entryJson(it.key());
+        list += entryJson(it.key(), detail);
     }
     list += ']';
     return withMember(head, "instruments", list);
@@ -257,7 +287,7 @@ QByteArray FacilityModel::metricsText() const
 {
     QByteArray online, heard, running, items, queueEnd;
     for (const Entry& entry : m_entries) {
-        const QByteArray name = "{instrument=\"" + label(entry.name) + "\"} ";
+        const QByteArray name = "{instrument=\"" + escapedLabel(entry.name) + "\"} ";
         online += "spinlane_instrument_online" + name + (entry.isOnline() ? "1\n" : "0\n");
         if (entry.lastHeard.isValid())
             heard += "spinlane_instrument_last_heard_timestamp_seconds" + name

@@ -21,6 +21,9 @@
 // (samplesJson) and as /metrics lines with an instrument label (metricsText).
 namespace spinlane::facility {
 
+// A label value of the Prometheus text format, escaped.
+QByteArray escapedLabel(const QString& value);
+
 class FacilityModel : public QObject {
     Q_OBJECT
 public:
@@ -50,10 +53,15 @@ public:
     const Entry* entry(const QString& name) const;
     quint64 rejected(PayloadFault fault) const { return m_rejected[std::size_t(fault)]; }
     MqttClient& client() { return m_client; }
+    const MqttClient& client() const { return m_client; }
 
-    QByteArray facilityJson() const;
+    // Full: every instrument's JSON as it published it (an offline one's run state "unknown").
+    // Summary: the same without "queue", with "queueLength" and "waiting" (items not done) in
+    // its place, for the cards and the live channel.
+    enum class Detail { Full, Summary };
+    QByteArray facilityJson(Detail detail = Detail::Full) const;
     // One instrument as it stands in facilityJson's "instruments"; empty when unknown.
-    QByteArray entryJson(const QString& name) const;
+    QByteArray entryJson(const QString& name, Detail detail = Detail::Full) const;
     // The items of `user` on every instrument that are not done, soonest expected start first.
     QByteArray samplesJson(const QString& user) const;
     QByteArray metricsText() const;

@@ -43,6 +43,8 @@ InstrumentPublisher::InstrumentPublisher(const QString& instrument, QObject* par
     connect(&m_heartbeat, &QTimer::timeout, this, &InstrumentPublisher::sayOnline);
 }
 
+InstrumentPublisher::~InstrumentPublisher() { stop(); }
+
 bool InstrumentPublisher::start(const BrokerSettings& settings)
 {
     if (!isValidInstrumentName(m_instrument)) {

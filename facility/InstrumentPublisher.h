@@ -18,6 +18,7 @@ class InstrumentPublisher : public QObject {
     Q_OBJECT
 public:
     explicit InstrumentPublisher(const QString& instrument, QObject* parent = nullptr);
+    ~InstrumentPublisher() override; // leaves saying "offline"
 
     // False (and problem() says why) when the instrument's name cannot be a topic level.
     bool start(const BrokerSettings& settings);

@@ -51,7 +51,8 @@ std::optional<StateItem> readItem(const QJsonValue& value)
                        && optionalText(object, QStringLiteral("user"), &item.user)
                        && optionalText(object, QStringLiteral("status"), &item.status)
                        && optionalText(object, QStringLiteral("expectedStart"), &item.expectedStart)
-                       && optionalText(object, QStringLiteral("expectedEnd"), &item.expectedEnd);
+                       && optionalText(object, QStringLiteral("expectedEnd"), &item.expectedEnd)
+                       && optionalText(object, QStringLiteral("started"), &item.started);
     if (!texts)
         return std::nullopt;
     return item;
@@ -112,6 +113,8 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
         if (!item)
             return fault(PayloadFault::Malformed,
                          QStringLiteral("queue item %1 is not an item").arg(state.queue.size() + 1));
+        if (item->status != u"Done")
+            ++state.waiting;
         state.queue.append(std::move(*item));
     }
     state.json = payload;

@@ -20,6 +20,7 @@ struct StateItem {
     QString status;
     QString expectedStart;
     QString expectedEnd;
+    QString started; // the current item's
 };
 
 struct InstrumentState {
@@ -31,6 +32,7 @@ struct InstrumentState {
     QString queueEnd;
     std::optional<StateItem> current;
     QVector<StateItem> queue;
+    int waiting = 0; // queue items not done
 };
 
 enum class PayloadFault { None, Malformed, Oversized, Foreign };

@@ -1,5 +1,5 @@
 // An instrument for the broker tests, to be killed at will: publishes as spinlane-web does, with
-// the [Broker] section of the configuration file named first and the instrument named second.
+// the [broker] section of the configuration file named first and the instrument named second.
 // Each line on standard input names a file whose content becomes the published state. Says
 // "published N" on standard output each time the broker has taken N states, and every problem
 // on standard error.

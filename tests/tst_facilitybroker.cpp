@@ -7,13 +7,18 @@
 #include "support/MosquittoBroker.h"
 
 #include <QFile>
+#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QRegularExpression>
 #include <QTest>
+#include <QWebSocket>
 
 #include <map>
 #include <memory>
@@ -29,6 +34,62 @@ namespace {
 const QStringList kInstruments{QStringLiteral("nmr400"), QStringLiteral("nmr600"),
                                QStringLiteral("nmr800")};
 QString passwordOf(const QString& user) { return QStringLiteral("pw-") + user; }
+
+// spinlane-web as its own program, on a free loopback port.
+class WebProgram {
+public:
+    WebProgram(const QString& config, const QStringList& more = {})
+    {
+        m_process.start(QStringLiteral(SPINLANE_WEB),
+                        QStringList{QStringLiteral("--config"), config, QStringLiteral("--listen"),
+                                    QStringLiteral("127.0.0.1:0")} + more);
+        m_process.waitForStarted();
+    }
+    ~WebProgram()
+    {
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            m_process.kill();
+        m_process.waitForFinished();
+    }
+    // Waits until its standard error holds `text`; false when it ends or stays silent.
+    bool waitForError(const QString& text, int timeoutMs = 10000)
+    {
+        const QDeadlineTimer deadline(timeoutMs);
+        while (!errors().contains(text)) {
+            if (deadline.hasExpired() || m_process.state() != QProcess::Running)
+                return false;
+            m_process.waitForReadyRead(int(qBound(qint64(1), deadline.remainingTime(), qint64(100))));
+        }
+        return true;
+    }
+    quint16 port()
+    {
+        static const QRegularExpression at(QStringLiteral("at http://127\\.0\\.0\\.1:(\\d+)/"));
+        return waitForError(QStringLiteral("/\n")) ? quint16(at.match(errors()).captured(1).toUInt()) : 0;
+    }
+    QString errors()
+    {
+        m_errors += m_process.readAllStandardError();
+        return QString::fromUtf8(m_errors);
+    }
+    QProcess& process() { return m_process; }
+
+private:
+    QProcess m_process;
+    QByteArray m_errors;
+};
+
+QByteArray get(quint16 port, const QString& path)
+{
+    static QNetworkAccessManager network;
+    QNetworkRequest request(QUrl(QStringLiteral("http://127.0.0.1:%1%2").arg(port).arg(path)));
+    std::unique_ptr<QNetworkReply> reply(network.get(request));
+    QSignalSpy finished(reply.get(), &QNetworkReply::finished);
+    if (!finished.wait(10000) || reply->error() != QNetworkReply::NoError)
+        return {};
+    return reply->readAll();
+}
 } // namespace
 
 class FacilityBrokerTest : public QObject {
@@ -47,18 +108,28 @@ private:
     {
         m_publishers.at(name)->write(writeState(name, state).toLocal8Bit() + '\n');
     }
+    // A configuration file that only its owner may read, with [broker] for `user`.
+    QString writeConfig(const QString& fileName, const QString& user, const QString& password,
+                        const QList<std::array<QString, 3>>& more = {})
+    {
+        const QString config = m_dir.filePath(fileName);
+        ProfileDocument file;
+        const BrokerSettings broker = m_broker.settings(user, password);
+        file.writeString(u"broker", u"Host", broker.host);
+        file.writeString(u"broker", u"Port", QString::number(broker.port));
+        file.writeString(u"broker", u"User", broker.user);
+        file.writeString(u"broker", u"Password", broker.password);
+        file.writeString(u"broker", u"Heartbeat", QStringLiteral("1"));
+        for (const auto& [section, key, value] : more)
+            file.writeString(section, key, value);
+        if (!file.save(config))
+            return {};
+        QFile::setPermissions(config, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        return config;
+    }
     void startPublisher(const QString& name)
     {
-        const QString config = m_dir.filePath(name + QStringLiteral(".conf"));
-        ProfileDocument file;
-        const BrokerSettings broker = m_broker.settings(name, passwordOf(name));
-        file.writeString(u"Broker", u"Host", broker.host);
-        file.writeString(u"Broker", u"Port", QString::number(broker.port));
-        file.writeString(u"Broker", u"User", broker.user);
-        file.writeString(u"Broker", u"Password", broker.password);
-        file.writeString(u"Broker", u"Heartbeat", QStringLiteral("1"));
-        QVERIFY(file.save(config));
-        QFile::setPermissions(config, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        const QString config = writeConfig(name + QStringLiteral(".conf"), name, passwordOf(name));
         auto process = std::make_unique<QProcess>();
         process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
         process->start(QStringLiteral(FACILITY_PUBLISHER), {config, name});
@@ -80,6 +151,11 @@ private:
     {
         const FacilityModel::Entry* entry = facility.entry(name);
         return entry && entry->state ? entry->state->runState : QString();
+    }
+    QByteArray stateOf(const FacilityModel& facility, const QString& name)
+    {
+        const FacilityModel::Entry* entry = facility.entry(name);
+        return entry && entry->state ? entry->state->json : QByteArray();
     }
     FacilityModel::Offline offlineOf(const FacilityModel& facility, const QString& name)
     {
@@ -178,8 +254,102 @@ private Q_SLOTS:
         QTRY_COMPARE(offlineOf(*late, QStringLiteral("nmr800")), FacilityModel::Offline::Will);
     }
 
+    void theFacilityPageServesEveryInstrument()
+    {
+        const QString config = writeConfig(QStringLiteral("facility.conf"), QStringLiteral("facility"),
+                                           passwordOf(QStringLiteral("facility")),
+                                           {{QStringLiteral("web"), QStringLiteral("Mode"), QStringLiteral("facility")},
+                                            {QStringLiteral("broker"), QStringLiteral("OfflineAfter"), QStringLiteral("5")}});
+        WebProgram web(config);
+        const quint16 port = web.port();
+        QVERIFY2(port, qPrintable(web.errors()));
+        QVERIFY(web.errors().contains(QStringLiteral("serving the facility")));
+        const auto names = [&] {
+            QStringList seen;
+            const QJsonArray instruments = QJsonDocument::fromJson(get(port, QStringLiteral("/api/v1/facility")))
+                                               .object().value(QLatin1String("instruments")).toArray();
+            for (const QJsonValue& entry : instruments)
+                seen << entry[QLatin1String("name")].toString() + u'=' + entry[QLatin1String("runState")].toString();
+            return seen;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(names(), (QStringList{QStringLiteral("nmr400=stopped"), QStringLiteral("nmr600=finished"),
+                                                        QStringLiteral("nmr800=offline")}), 10000);
+
+        QWebSocket live;
+        QStringList messages;
+        connect(&live, &QWebSocket::textMessageReceived, this, [&](const QString& m) { messages << m; });
+        live.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api/v1/live").arg(port)));
+        QTRY_VERIFY(!messages.isEmpty());
+        const QJsonObject first = QJsonDocument::fromJson(messages.first().toUtf8()).object();
+        const QJsonArray cards = first[QLatin1String("facility")][QLatin1String("instruments")].toArray();
+        QCOMPARE(cards.size(), 3);
+        QCOMPARE(cards[0][QLatin1String("instrument")][QLatin1String("queueLength")].toInt(), 20);
+        QVERIFY(!cards[0][QLatin1String("instrument")].toObject().contains(QLatin1String("queue")));
+
+        // A change on one instrument reaches the live client.
+        publishFrom(QStringLiteral("nmr400"), recordedState(QStringLiteral("nmr400"), QStringLiteral("idle"), 7));
+        const auto reached = [&] {
+            for (const QString& m : messages) {
+                const QJsonObject entry = QJsonDocument::fromJson(m.toUtf8()).object()[QLatin1String("entry")].toObject();
+                if (entry[QLatin1String("name")].toString() == u"nmr400"
+                    && entry[QLatin1String("runState")].toString() == u"idle")
+                    return entry[QLatin1String("instrument")][QLatin1String("queueLength")].toInt();
+            }
+            return 0;
+        };
+        QTRY_COMPARE(reached(), 7);
+
+        const QByteArray metrics = get(port, QStringLiteral("/metrics"));
+        QVERIFY(metrics.contains("spinlane_instrument_online{instrument=\"nmr600\"} 1\n"));
+        QVERIFY(metrics.contains("spinlane_instrument_online{instrument=\"nmr800\"} 0\n"));
+        const QJsonArray bob = QJsonDocument::fromJson(get(port, QStringLiteral("/api/v1/facility/samples/bob")))
+                                   .object()[QLatin1String("items")].toArray();
+        QCOMPARE(bob.size(), 2 + 7 + 7); // bob has every third item: 2 of nmr400's 7, 7 of the others' 20
+        QVERIFY(get(port, QStringLiteral("/api/v1/facility/instruments/nmr600")).contains("\"queue\":["));
+        QVERIFY(get(port, QStringLiteral("/api/v1/facility/instruments/nobody")).isEmpty());
+    }
+
+    void anInstrumentsWebServerPublishes()
+    {
+        // No Spinlane runs on this bus: the instrument says so, through the broker too.
+        const QString config = writeConfig(QStringLiteral("nmr400-web.conf"), QStringLiteral("nmr400"),
+                                           passwordOf(QStringLiteral("nmr400")),
+                                           {{QStringLiteral("web"), QStringLiteral("Instrument"), QStringLiteral("nmr400")}});
+        WebProgram web(config);
+        QVERIFY2(web.port(), qPrintable(web.errors()));
+        QTRY_VERIFY_WITH_TIMEOUT(m_facility->entry(QStringLiteral("nmr400"))->state
+                                     && !m_facility->entry(QStringLiteral("nmr400"))->state->spinlane, 10000);
+        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("unknown"));
+        QVERIFY(web.waitForError(QStringLiteral("broker: publishing nmr400 to 127.0.0.1:")));
+    }
+
+    void aRefusedWebServerKeepsServingItsPage()
+    {
+        const QString config = writeConfig(QStringLiteral("refused.conf"), QStringLiteral("nmr400"),
+                                           QStringLiteral("guessed"));
+        WebProgram web(config);
+        const quint16 port = web.port();
+        QVERIFY2(port, qPrintable(web.errors()));
+        QVERIFY(web.waitForError(QStringLiteral("spinlane-web: broker: the broker refused the user name or password")));
+        QVERIFY(get(port, QStringLiteral("/api/v1/instrument")).contains("\"schema\":1"));
+        QVERIFY(get(port, QStringLiteral("/metrics")).contains("spinlane_broker_connected{instrument="));
+    }
+
+    void aPasswordOthersCanReadIsRefused()
+    {
+        const QString config = writeConfig(QStringLiteral("exposed.conf"), QStringLiteral("nmr400"),
+                                           passwordOf(QStringLiteral("nmr400")));
+        QFile::setPermissions(config, QFile::permissions(config) | QFileDevice::ReadOther);
+        WebProgram web(config);
+        QVERIFY(web.process().waitForFinished(10000));
+        QCOMPARE(web.process().exitCode(), 2);
+        QVERIFY2(web.errors().contains(QStringLiteral("%1 holds a password and others can read it: chmod 600 %1").arg(config)),
+                 qPrintable(web.errors()));
+    }
+
     void wrongCredentialsAreRefused()
     {
+        const QByteArray before = stateOf(*m_facility, QStringLiteral("nmr400"));
         InstrumentPublisher publisher(QStringLiteral("nmr400"));
         publisher.start(m_broker.settings(QStringLiteral("nmr400"), QStringLiteral("guessed")));
         const QString expected = QStringLiteral("the broker refused the user name or password (127.0.0.1:%1)")
@@ -189,12 +359,13 @@ private Q_SLOTS:
         QTest::qWait(300); // a few reconnection attempts, all refused
         QVERIFY(!publisher.isConnected());
         QCOMPARE(publisher.problem(), expected);
-        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("stopped"));
+        QCOMPARE(stateOf(*m_facility, QStringLiteral("nmr400")), before);
     }
 
     void anotherInstrumentsTopicIsDenied()
     {
         // nmr600's workstation poses as nmr400: its login is right, the topic is not its own.
+        const QByteArray before = stateOf(*m_facility, QStringLiteral("nmr400"));
         InstrumentPublisher forger(QStringLiteral("nmr400"));
         forger.start(m_broker.settings(QStringLiteral("nmr600"), passwordOf(QStringLiteral("nmr600"))));
         forger.setState(recordedState(QStringLiteral("nmr400"), QStringLiteral("idle"), 1));
@@ -205,8 +376,7 @@ private Q_SLOTS:
 
         // A message sent after the forged one reaches the facility after it would have.
         syncWithFacility();
-        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("stopped"));
-        QCOMPARE(m_facility->entry(QStringLiteral("nmr400"))->state->queue.size(), 20);
+        QCOMPARE(stateOf(*m_facility, QStringLiteral("nmr400")), before);
     }
 
     void badPayloadsAreIgnoredAndCounted_data()
@@ -233,14 +403,14 @@ private Q_SLOTS:
         QFETCH(QByteArray, payload);
         QFETCH(int, fault);
         const quint64 before = m_facility->rejected(PayloadFault(fault));
-        const QByteArray facilityBefore = m_facility->entryJson(QStringLiteral("nmr400"));
+        const QByteArray stateBefore = stateOf(*m_facility, QStringLiteral("nmr400"));
         MqttClient& tester = testerClient();
         QSignalSpy taken(&tester, &MqttClient::published);
         QVERIFY(tester.publish(topic, payload, false) >= 0);
         QVERIFY(taken.wait());
         QTRY_COMPARE(m_facility->rejected(PayloadFault(fault)), before + 1);
         QCOMPARE(m_facility->instruments(), kInstruments);
-        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("stopped"));
+        QCOMPARE(stateOf(*m_facility, QStringLiteral("nmr400")), stateBefore);
         QVERIFY(m_facility->metricsText().contains(
             QByteArray("spinlane_facility_rejected_messages_total{reason=\"") + faultName(PayloadFault(fault))
             + "\"} " + QByteArray::number(before + 1)));

@@ -205,16 +205,18 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error");
         const int owner = int(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
         const int everyone = owner | int(QFileDevice::ReadGroup | QFileDevice::ReadOther);
-        QTest::newRow("password, owner only") << QByteArray("[Broker]\nHost=b\nUser=u\nPassword=p\n") << owner << QString();
-        QTest::newRow("no password, readable") << QByteArray("[Broker]\nHost=b\nUser=u\n") << everyone << QString();
-        QTest::newRow("password, readable") << QByteArray("[Broker]\nHost=b\nUser=u\nPassword=p\n") << everyone
+        QTest::newRow("password, owner only") << QByteArray("[broker]\nHost=b\nUser=u\nPassword=p\n") << owner << QString();
+        QTest::newRow("no password, readable") << QByteArray("[broker]\nHost=b\nUser=u\n") << everyone << QString();
+        QTest::newRow("password, readable") << QByteArray("[broker]\nHost=b\nUser=u\nPassword=p\n") << everyone
                                             << QStringLiteral("%1 holds a password and others can read it: chmod 600 %1");
-        QTest::newRow("port out of range") << QByteArray("[Broker]\nHost=b\nPort=70000\n") << owner
-                                           << QStringLiteral("%1: [Broker] Port: \"70000\" is not a whole number from 1 to 65535");
-        QTest::newRow("TLS neither") << QByteArray("[Broker]\nHost=b\nTLS=maybe\n") << owner
-                                     << QStringLiteral("%1: [Broker] TLS: \"maybe\" is neither true nor false");
-        QTest::newRow("password without user") << QByteArray("[Broker]\nHost=b\nPassword=p\n") << owner
-                                               << QStringLiteral("%1: [Broker] Password: a password needs a User");
+        QTest::newRow("port out of range") << QByteArray("[broker]\nHost=b\nPort=70000\n") << owner
+                                           << QStringLiteral("%1: [broker] Port: \"70000\" is not a whole number from 1 to 65535");
+        QTest::newRow("TLS neither") << QByteArray("[broker]\nHost=b\nTLS=maybe\n") << owner
+                                     << QStringLiteral("%1: [broker] TLS: \"maybe\" is neither true nor false");
+        QTest::newRow("unknown key") << QByteArray("[web]\nPassword=x\n[broker]\nHost=b\nPasword=p\n") << everyone
+                                     << QStringLiteral("%1: [broker] Pasword: unknown setting");
+        QTest::newRow("password without user") << QByteArray("[broker]\nHost=b\nPassword=p\n") << owner
+                                               << QStringLiteral("%1: [broker] Password: a password needs a User");
     }
 
     void brokerSettingsComeFromTheFile()

@@ -49,7 +49,9 @@ void LiveChannel::take(std::unique_ptr<QWebSocket> socket)
     });
     // Clients have nothing to say; whatever they send is dropped unread.
     m_clients.push_back(std::move(client));
-    if (!m_message.isEmpty())
+    if (m_greeting)
+        m_clients.back()->unsent += m_clients.back()->socket->sendTextMessage(m_greeting());
+    else if (!m_message.isEmpty())
         sendTo(*m_clients.back());
 }
 

@@ -27,6 +27,9 @@ public:
     // than the limit, is closed.
     void take(std::unique_ptr<QWebSocket> socket);
     void send(const QString& message); // to every client, and to those who join later
+    // What a joining client gets first instead of the last message: for a channel whose messages
+    // are changes of one part, a snapshot of the whole.
+    void setGreeting(std::function<QString()> greeting) { m_greeting = std::move(greeting); }
     int clients() const { return int(m_clients.size()); }
     qint64 dropped() const { return m_dropped; }
 
@@ -38,6 +41,7 @@ private:
     int m_maxClients;
     qint64 m_maxBacklog;
     QString m_message;
+    std::function<QString()> m_greeting;
     std::vector<std::unique_ptr<Client>> m_clients;
     qint64 m_dropped = 0;
 };
