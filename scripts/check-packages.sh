@@ -40,7 +40,7 @@ for command in "$bin"/*; do
   expect "$name --version" "$name $version" \
     "$(env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$command" --version)"
 done
-for name in spinlane spinlane-ini spinlane-adapter spinlane-simulated-lab; do
+for name in spinlane spinlane-ini spinlane-adapter spinlane-web spinlane-simulated-lab; do
   [[ -x "$bin/$name" ]] || fail "$name is not in the packages"
 done
 # The adapter's user unit starts the installed adapter; its example laboratory passes its check.
@@ -60,6 +60,44 @@ QT_QPA_PLATFORM=offscreen timeout 120 "$bin/spinlane-simulated-lab" --settings "
   "$build/tests/run_queue_on_lab" "$demo" >"$root/run.log" \
   || { cat "$root/run.log"; fail "the demo queue did not run to its end in the simulated lab"; }
 expect "items done in the demo run" 4 "$(grep -c $'\tDone\t' "$root/run.log")"
+
+# spinlane-web from the package beside a published run of the demo queue: the page, the API that
+# follows the run to its end, and the metrics.
+grep -qx "ExecStart=$prefix/bin/spinlane-web" "$root$prefix/lib/systemd/user/spinlane-web.service" \
+  || fail "the web server's systemd user unit is missing or starts another program"
+cat >"$root/web-check.sh" <<'EOF'
+set -euo pipefail
+bin=$1 runner=$2 demo=$3 out=$4
+"$bin/spinlane-web" --config "$out/none.conf" --listen 127.0.0.1:0 2>"$out/web.err" &
+web=$!
+QT_QPA_PLATFORM=offscreen "$runner" --publish "$demo" >/dev/null &
+run=$!
+trap 'kill $run $web 2>/dev/null; wait; cat "$out/web.err" >&2' EXIT
+port=
+for _ in $(seq 100); do
+  port=$(sed -n 's|.*at http://127\.0\.0\.1:\([0-9]*\)/.*|\1|p' "$out/web.err")
+  [[ -n $port ]] && break
+  sleep 0.1
+done
+[[ -n $port ]] || { cat "$out/web.err" >&2; exit 1; }
+for _ in $(seq 600); do
+  curl -sf "http://127.0.0.1:$port/api/v1/instrument" >"$out/api.json" \
+    && grep -q '"runState":"finished"' "$out/api.json" && break
+  sleep 0.2
+done
+curl -sf "http://127.0.0.1:$port/" >"$out/page.html"
+curl -sf "http://127.0.0.1:$port/metrics" >"$out/metrics.txt"
+EOF
+QT_QPA_PLATFORM=offscreen timeout 120 "$bin/spinlane-simulated-lab" --settings "$root/lab.ini" \
+  bash "$root/web-check.sh" "$bin" "$build/tests/run_queue_on_lab" "$demo" "$root" \
+  || fail "spinlane-web did not serve the demo run"
+grep -q '<script src="page.js"' "$root/page.html" || fail "spinlane-web's page is missing"
+grep -q '"runState":"finished","schema":1,"spinlane":true' "$root/api.json" \
+  || fail "spinlane-web's API did not follow the run: $(cat "$root/api.json")"
+expect "items done in spinlane-web's API" 4 \
+  "$(grep -oE '"runs":[0-9]+,"sample":"[^"]*","status":"Done"' "$root/api.json" | wc -l)"
+grep -q '^spinlane_queue_items{instrument="[^"]*",status="Done"} 4$' "$root/metrics.txt" \
+  || fail "spinlane-web's metrics: $(cat "$root/metrics.txt")"
 
 lintian --fail-on error "${packages[@]}"
 echo "check-packages: ${packages[*]##*/} checked"

@@ -10,7 +10,8 @@ cd "$(dirname "$0")/.."
 as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
-bash scripts/install-packages.sh build-essential cmake qt6-base-dev dbus fonts-dejavu-core
+bash scripts/install-packages.sh build-essential cmake qt6-base-dev dbus fonts-dejavu-core \
+  qt6-httpserver-dev qt6-websockets-dev prometheus-cpp-dev
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build -j"$(nproc)" --target spinlane spinlane-labsim

@@ -223,8 +223,16 @@ private Q_SLOTS:
         QTemporaryDir dir;
         RunningAdapter adapter(kAdapter, exampleLab(dir));
         QVERIFY2(adapter.waitUntilServing(), qPrintable(adapter.errors()));
-        for (const QString& className : labClasses())
-            QCOMPARE(offered(introspect(className)), described(className));
+        static const QRegularExpression unnamed(u"<arg (?!name=\"\\w+\")"_s);
+        for (const QString& className : labClasses()) {
+            const QString xml = introspect(className);
+            QCOMPARE(offered(xml), described(className));
+            QVERIFY2(!xml.contains(unnamed), qPrintable(xml)); // every argument has a name
+        }
+        QVERIFY(introspect(kExpedraClass)
+                    .contains(u"<arg name=\"OutputFile\" type=\"s\" direction=\"in\"/>"_s));
+        QVERIFY(introspect(kSampleChangerClass)
+                    .contains(u"<arg name=\"Ready\" type=\"b\" direction=\"out\"/>"_s));
     }
 
     void commandLines_data()

@@ -187,6 +187,20 @@ private Q_SLOTS:
             static const QRegularExpression noMembers(
                 u"<interface name=\"org.spinlane.lab.Spinlane.clsBrelixSpinlane\"\\s*/>"_s);
             QVERIFY2(noMembers.match(xml).hasMatch(), qPrintable(xml));
+            // Every argument of the status interface has a name, for generic bus clients.
+            const QString status = connection(u"client"_s)
+                                       .call(QDBusMessage::createMethodCall(
+                                                 spinlaneBusName(), kStatusPath,
+                                                 u"org.freedesktop.DBus.Introspectable"_s,
+                                                 u"Introspect"_s),
+                                             QDBus::BlockWithGui)
+                                       .arguments()
+                                       .value(0)
+                                       .toString();
+            static const QRegularExpression unnamed(u"<arg (?!name=\"\\w+\")"_s);
+            QVERIFY2(status.contains(u"<arg name=\"items\" type=\"aas\" direction=\"out\"/>"_s)
+                         && !status.contains(unnamed),
+                     qPrintable(status));
             program.form->close();
             QCOMPARE(program.seams.programEnd.ends, 1);
         }

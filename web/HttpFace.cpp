@@ -32,6 +32,7 @@ constexpr int kLiveSendBuffer = 64 * 1024;
 // One accepted connection, as long as its socket lives: what it sent since its last answer and
 // how long it has been quiet.
 class Guard : public QObject {
+    Q_OBJECT // for findChild<Guard*>, which otherwise takes any child for one
 public:
     Guard(QTcpSocket* socket, const HttpLimits& limits, std::list<Guard*>& all)
         : QObject(socket)
@@ -251,3 +252,5 @@ quint16 HttpFace::port() const { return m_server->listener->serverPort(); }
 int HttpFace::connections() const { return int(m_server->listener->guards.size()); }
 
 } // namespace spinlane::web
+
+#include "HttpFace.moc"

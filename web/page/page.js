@@ -49,7 +49,7 @@ function renderQueue(data) {
     cell(row, number(item.number));
     cell(row, item.position, 'optional');
     cell(row, item.sample, 'sample');
-    cell(row, item.experiment);
+    cell(row, item.experiment, 'wrap');
     cell(row, item.user, 'user');
     const badge = document.createElement('span');
     badge.className = 'badge ' + statusClass(item.status);
@@ -95,6 +95,7 @@ function render(data) {
   const current = data.current;
   byId('current').hidden = !current;
   if (current) {
+    setText('currentTitle', state === 'running' ? 'Now running' : 'Last item');
     setText('currentNumber', number(current.number));
     setText('currentSample', current.sample);
     setText('currentExperiment', current.experiment);
