@@ -307,6 +307,20 @@ private Q_SLOTS:
         QCOMPARE(bob.size(), 2 + 7 + 7); // bob has every third item: 2 of nmr400's 7, 7 of the others' 20
         QVERIFY(get(port, QStringLiteral("/api/v1/facility/instruments/nmr600")).contains("\"queue\":["));
         QVERIFY(get(port, QStringLiteral("/api/v1/facility/instruments/nobody")).isEmpty());
+
+        // The page hears when the facility loses the broker, and when it is back.
+        const auto brokerSaid = [&] {
+            QStringList said;
+            for (const QString& m : messages) {
+                const QJsonObject broker = QJsonDocument::fromJson(m.toUtf8()).object()[QLatin1String("broker")].toObject();
+                if (!broker.isEmpty())
+                    said << (broker[QLatin1String("connected")].toBool() ? QStringLiteral("connected") : QStringLiteral("lost"));
+            }
+            return said;
+        };
+        QVERIFY2(m_broker.restart(), qPrintable(m_broker.log()));
+        QTRY_VERIFY_WITH_TIMEOUT(brokerSaid().endsWith(QStringLiteral("connected")) && brokerSaid().contains(QStringLiteral("lost")), 15000);
+        QTRY_VERIFY_WITH_TIMEOUT(m_facility->client().isConnected(), 10000);
     }
 
     void anInstrumentsWebServerPublishes()

@@ -1,6 +1,8 @@
 #include "web/FacilityServer.h"
 
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QWebSocket>
 
 using namespace Qt::StringLiterals;
@@ -41,9 +43,12 @@ FacilityServer::FacilityServer(const WebSettings& settings, QObject* parent)
     });
     connect(&m_model, &facility::FacilityModel::instrumentChanged, this,
             &FacilityServer::instrumentChanged);
-    connect(&m_model.client(), &facility::MqttClient::problem, this, [](const QString& problem) {
+    connect(&m_model.client(), &facility::MqttClient::problem, this, [this](const QString& problem) {
         qWarning("spinlane-web: broker: %s", qPrintable(problem));
+        brokerChanged();
     });
+    connect(&m_model.client(), &facility::MqttClient::connected, this, &FacilityServer::brokerChanged);
+    connect(&m_model.client(), &facility::MqttClient::disconnected, this, &FacilityServer::brokerChanged);
     connect(&m_model, &facility::FacilityModel::messageRejected, this,
             [](const QString& topic, const QString& why) {
                 qWarning("spinlane-web: ignored a message on %s (%s)", qPrintable(topic), qPrintable(why));
@@ -66,6 +71,15 @@ void FacilityServer::instrumentChanged(const QString& name)
     else
         message += ",\"entry\":" + entry + '}';
     m_live.send(QString::fromUtf8(message));
+}
+
+void FacilityServer::brokerChanged()
+{
+    ++m_seq;
+    const QJsonObject broker{{u"connected"_s, m_model.client().isConnected()},
+                             {u"problem"_s, m_model.client().lastProblem()}};
+    m_live.send(QString::fromUtf8("{\"seq\":" + QByteArray::number(m_seq) + ",\"broker\":"
+                                  + QJsonDocument(broker).toJson(QJsonDocument::Compact) + '}'));
 }
 
 HttpReply FacilityServer::answer(const QString& path) const

@@ -12,7 +12,8 @@
 //   /api/v1/facility/instruments/NAME    one instrument with its whole state
 //   /api/v1/facility/samples/USER        "my samples": USER's items not done, soonest first
 //   /api/v1/live                         the summary first, then {"seq","entry"} per change
-//                                        (or {"seq","removed"} when an instrument is retired)
+//                                        (or {"seq","removed"} when an instrument is retired,
+//                                        {"seq","broker"} when the broker is lost or refuses)
 namespace spinlane::web {
 
 class FacilityServer : public QObject {
@@ -27,6 +28,7 @@ public:
 
 private:
     void instrumentChanged(const QString& name);
+    void brokerChanged();
 
     WebSettings m_settings;
     facility::FacilityModel m_model;

@@ -175,14 +175,19 @@ function refreshSoon() {
   refreshTimer = setTimeout(() => { refreshTimer = null; loadQueue(); loadSamples(); }, 500);
 }
 
+function showBroker(broker) {
+  byId('broker').hidden = broker.connected;
+  byId('broker').textContent = 'The facility cannot hear the instruments: ' +
+                               (broker.problem || 'the broker is not connected') + '.';
+}
+
 function take(message) {
   if (message.facility) {
     entries.clear();
     for (const entry of message.facility.instruments) entries.set(entry.name, entry);
-    const broker = message.facility.broker;
-    byId('broker').hidden = broker.connected;
-    byId('broker').textContent = 'The facility cannot hear the instruments: ' +
-                                 (broker.problem || 'the broker is not connected') + '.';
+    showBroker(message.facility.broker);
+  } else if (message.broker) {
+    showBroker(message.broker);
   } else if (message.entry) {
     entries.set(message.entry.name, message.entry);
   } else if (message.removed) {
