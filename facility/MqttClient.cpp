@@ -56,7 +56,7 @@ MqttClient::MqttClient(const QString& clientId, QObject* parent) : QObject(paren
     connect(&m_keepAlive, &QTimer::timeout, this, [this] {
         if (mosquitto_socket(m_mosq) < 0)
             return;
-        checkResult(mosquitto_loop_misc(m_mosq), "keep-alive");
+        checkResult(mosquitto_loop_misc(m_mosq));
         updateWriteInterest();
     });
     m_retry.setSingleShot(true);
@@ -163,12 +163,12 @@ void MqttClient::watchSocket()
         return;
     m_reader = new QSocketNotifier(fd, QSocketNotifier::Read, this);
     connect(m_reader, &QSocketNotifier::activated, this, [this] {
-        checkResult(mosquitto_loop_read(m_mosq, 1), "read");
+        checkResult(mosquitto_loop_read(m_mosq, 1));
         updateWriteInterest();
     });
     m_writer = new QSocketNotifier(fd, QSocketNotifier::Write, this);
     connect(m_writer, &QSocketNotifier::activated, this, [this] {
-        checkResult(mosquitto_loop_write(m_mosq, 1), "write");
+        checkResult(mosquitto_loop_write(m_mosq, 1));
         updateWriteInterest();
     });
     updateWriteInterest();
@@ -193,13 +193,12 @@ void MqttClient::updateWriteInterest()
         m_writer->setEnabled(mosquitto_want_write(m_mosq));
 }
 
-void MqttClient::checkResult(int rc, const char* step)
+void MqttClient::checkResult(int rc)
 {
     if (rc == MOSQ_ERR_SUCCESS || !m_reader)
         return;
     if (rc == MOSQ_ERR_ERRNO && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
         return;
-    Q_UNUSED(step);
     lost(m_connected ? QStringLiteral("lost the broker at %1: %2")
                            .arg(m_settings.address(), errorText(rc))
                      : QStringLiteral("cannot reach the broker at %1: %2")

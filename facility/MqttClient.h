@@ -62,7 +62,7 @@ private:
     void watchSocket();
     void dropSocket();
     void lost(const QString& why);
-    void checkResult(int rc, const char* step);
+    void checkResult(int rc);
     void updateWriteInterest();
     void report(const QString& text);
 

@@ -430,6 +430,16 @@ private Q_SLOTS:
             + "\"} " + QByteArray::number(before + 1)));
     }
 
+    void publishersTellABrokerThatLostEverythingAgain()
+    {
+        QVERIFY2(m_broker.restartEmpty(), qPrintable(m_broker.log()));
+        std::unique_ptr<FacilityModel> fresh = startFacility();
+        // The live instruments publish their current state on reconnecting; the dead one is gone.
+        QTRY_COMPARE_WITH_TIMEOUT(fresh->instruments(), (QStringList{QStringLiteral("nmr400"), QStringLiteral("nmr600")}), 20000);
+        QTRY_COMPARE(stateOf(*fresh, QStringLiteral("nmr600")), stateOf(*m_facility, QStringLiteral("nmr600")));
+        QTRY_COMPARE(offlineOf(*fresh, QStringLiteral("nmr600")), FacilityModel::Offline::No);
+    }
+
 private:
     MqttClient& testerClient()
     {

@@ -98,6 +98,13 @@ void MosquittoBroker::stop()
     }
 }
 
+bool MosquittoBroker::restartEmpty()
+{
+    stop();
+    QFile::remove(m_dir.filePath(QStringLiteral("mosquitto.db")));
+    return start();
+}
+
 facility::BrokerSettings MosquittoBroker::settings(const QString& user, const QString& password) const
 {
     facility::BrokerSettings settings;

@@ -27,6 +27,8 @@ public:
     // Ends it as a service manager would (SIGTERM), so that it saves what it retains.
     void stop();
     bool restart() { return stop(), start(); }
+    // Restarts it having lost everything it retained, as after a disk failure.
+    bool restartEmpty();
 
     quint16 port() const { return m_port; }
     facility::BrokerSettings settings(const QString& user, const QString& password) const;
