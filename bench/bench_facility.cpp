@@ -5,7 +5,7 @@
 // For 5, 20 and 50 instruments with 999-item queues, lightweight publishers in this process
 // replay a recorded state, each instrument changing once a second, to one spinlane-web in
 // facility mode (its own process). A live client here measures the time from a change being
-// published to its message on the live channel (median and 95th percentile); the facility's
+// published to the first live message that carries it (median and 95th percentile); the facility's
 // processor share (of one core) over the same time and its memory come from /proc; then the
 // facility API's answer time is that of ten whole GET requests while the changes go on. Prints
 // the figures side by side.
@@ -34,6 +34,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -190,13 +191,21 @@ Figures run(const QString& web, int instruments, int seconds)
     }
 
     QWebSocket live;
+    std::map<QString, QString> lastUpdated; // per instrument, as the live client last saw it
     QObject::connect(&live, &QWebSocket::textMessageReceived, [&](const QString& message) {
         const QDateTime now = QDateTime::currentDateTimeUtc();
-        const QJsonObject json = QJsonDocument::fromJson(message.toUtf8()).object();
-        const QString updated = json[QLatin1String("entry")][QLatin1String("instrument")][QLatin1String("updated")].toString();
-        const QDateTime sent = QDateTime::fromString(updated, Qt::ISODateWithMs);
-        if (measuring && sent.isValid())
-            figures.latencyMs.push_back(double(sent.msecsTo(now)));
+        const QJsonArray cards = QJsonDocument::fromJson(message.toUtf8())
+                                     .object()[QLatin1String("facility")][QLatin1String("instruments")].toArray();
+        for (const QJsonValue& card : cards) {
+            const QString updated = card[QLatin1String("instrument")][QLatin1String("updated")].toString();
+            QString& last = lastUpdated[card[QLatin1String("name")].toString()];
+            if (updated == last)
+                continue;
+            last = updated;
+            const QDateTime sent = QDateTime::fromString(updated, Qt::ISODateWithMs);
+            if (measuring && sent.isValid())
+                figures.latencyMs.push_back(double(sent.msecsTo(now)));
+        }
     });
     live.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api/v1/live").arg(port)));
 

@@ -6,7 +6,9 @@
 // times faster than real time, and prints Spinlane's processor time as a share of the run's wall
 // time; then the round trip of one busy poll and the delay from a stop request to the end of the
 // run, as medians: once while a step polls its program and once inside a fixed wait, on the real
-// clock, so that the wait's length counts in full.
+// clock, so that the wait's length counts in full. With --publish it serves Spinlane's status on
+// the bus meanwhile, as Spinlane does, and leaves out the adapter (bench_web runs it so, beside
+// spinlane-web's clients).
 
 #include "core/Conversions.h"
 #include "core/ProgramSettings.h"
@@ -19,6 +21,7 @@
 #include "runner/ProgramLinks.h"
 #include "runner/RunLog.h"
 #include "runner/RunQueue.h"
+#include "status/SpinlaneBus.h"
 #include "support/RunningAdapter.h"
 #include "support/ScaledClock.h"
 #include "support/SimulatedLab.h"
@@ -249,6 +252,9 @@ int main(int argc, char* argv[])
     gCurrentUserID = u"ann"_s;
     OpenLogFile(dir.filePath(u"run.log"_s), false);
     gLogOn = true;
+    const bool publish = app.arguments().contains(u"--publish"_s);
+    if (publish)
+        PublishOnBus();
 
     try {
         std::vector<double> shares;
@@ -273,6 +279,10 @@ int main(int argc, char* argv[])
                     "stop in a fixed wait to the end of the run", median(stops), stops.size());
         ReleasePrograms();
         installSeams({nullptr, nullptr, nullptr, &clock, nullptr, nullptr});
+        if (publish) {
+            WithdrawFromBus();
+            return 0;
+        }
         if (!benchAdapter(lab))
             return 1;
     } catch (const RuntimeError& error) {

@@ -401,8 +401,8 @@ private Q_SLOTS:
                      (QStringList{u"1:In progress"_s, u"1:Done"_s, u"2:In progress"_s,
                                   u"2:Done"_s, u"3:In progress"_s, u"3:Done"_s}));
             for (qsizetype i = 1; i < live.messages.size(); ++i)
-                QCOMPARE(live.messages[i][u"seq"_s].toInteger(),
-                         live.messages[i - 1][u"seq"_s].toInteger() + 1);
+                QVERIFY(live.messages[i][u"seq"_s].toInteger()
+                        > live.messages[i - 1][u"seq"_s].toInteger());
 
             const Answer api = request(web.url(u"/api/v1/instrument"_s));
             QCOMPARE(api.status, 200);
@@ -457,6 +457,17 @@ private Q_SLOTS:
         LiveClient late(web.url({}));
         QTRY_VERIFY_WITH_TIMEOUT(!late.messages.isEmpty(), 10000);
         QCOMPARE(late.instrument(), live.instrument());
+
+        // Where sample names are confidential, they are left out everywhere.
+        QTemporaryDir hiddenDir;
+        Web hidden(writeWebConf(hiddenDir, u"[web]\nHideSampleNames=true\n"_s));
+        QVERIFY2(hidden.port, qPrintable(hidden.errors()));
+        LiveClient hiddenLive(hidden.url({}));
+        QTRY_VERIFY_WITH_TIMEOUT(hiddenLive.instrument()[u"queue"_s].toArray().size() == 2, 10000);
+        const QByteArray api = request(hidden.url(u"/api/v1/instrument"_s)).body;
+        QVERIFY(api.contains("\"sample\":\"\"") && !api.contains("Sample 2")
+                && !api.contains("<script>"));
+        QVERIFY(!hiddenLive.texts.join(QString()).contains(u"Sample 2"_s));
     }
 
     // What every answer carries, and what other methods get.
@@ -576,8 +587,14 @@ private Q_SLOTS:
         QVERIFY2(web.errors().contains(u"does not read its messages; it is dropped"_s),
                  qPrintable(web.errors()));
         QVERIFY(web.isRunning());
+        // A sanitizer's shadow memory and quarantine add their own.
+#ifdef SPINLANE_SANITIZED
+        constexpr qint64 kMostKiB = 400 * 1024;
+#else
+        constexpr qint64 kMostKiB = 80 * 1024;
+#endif
         const qint64 rss = web.residentKiB();
-        QVERIFY2(rss > 0 && rss < 80 * 1024, qPrintable(QString::number(rss)));
+        QVERIFY2(rss > 0 && rss < kMostKiB, qPrintable(QString::number(rss)));
         const Answer api = request(web.url(u"/api/v1/instrument"_s));
         QCOMPARE(api.status, 200);
         QCOMPARE(json(api.body)[u"queue"_s].toArray().size(), 303);

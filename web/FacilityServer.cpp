@@ -1,8 +1,6 @@
 #include "web/FacilityServer.h"
 
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QWebSocket>
 
 using namespace Qt::StringLiterals;
@@ -37,23 +35,24 @@ FacilityServer::FacilityServer(const WebSettings& settings, QObject* parent)
     , m_live(settings.maxLiveClients, settings.maxLiveBacklogBytes)
 {
     registerFacilityPage();
-    m_live.setGreeting([this] {
-        return QString::fromUtf8("{\"seq\":" + QByteArray::number(m_seq) + ",\"facility\":"
-                                 + m_model.facilityJson(facility::FacilityModel::Detail::Summary) + '}');
-    });
-    connect(&m_model, &facility::FacilityModel::instrumentChanged, this,
-            &FacilityServer::instrumentChanged);
+    // A burst of changes (the retained states of every instrument after a reconnection) gives
+    // one message.
+    m_soon.setSingleShot(true);
+    m_soon.setInterval(0);
+    connect(&m_soon, &QTimer::timeout, this, &FacilityServer::send);
+    connect(&m_model, &facility::FacilityModel::instrumentChanged, this, &FacilityServer::sendSoon);
     connect(&m_model.client(), &facility::MqttClient::problem, this, [this](const QString& problem) {
         qWarning("spinlane-web: broker: %s", qPrintable(problem));
-        brokerChanged();
+        sendSoon();
     });
-    connect(&m_model.client(), &facility::MqttClient::connected, this, &FacilityServer::brokerChanged);
-    connect(&m_model.client(), &facility::MqttClient::disconnected, this, &FacilityServer::brokerChanged);
+    connect(&m_model.client(), &facility::MqttClient::connected, this, &FacilityServer::sendSoon);
+    connect(&m_model.client(), &facility::MqttClient::disconnected, this, &FacilityServer::sendSoon);
     connect(&m_model, &facility::FacilityModel::messageRejected, this,
             [](const QString& topic, const QString& why) {
                 qWarning("spinlane-web: ignored a message on %s (%s)", qPrintable(topic), qPrintable(why));
             });
     m_model.start(settings.broker);
+    send();
 }
 
 bool FacilityServer::listen(QString* error)
@@ -61,25 +60,18 @@ bool FacilityServer::listen(QString* error)
     return m_http.listen(m_settings.address, m_settings.port, error);
 }
 
-void FacilityServer::instrumentChanged(const QString& name)
+void FacilityServer::sendSoon()
 {
-    ++m_seq;
-    const QByteArray entry = m_model.entryJson(name, facility::FacilityModel::Detail::Summary);
-    QByteArray message = "{\"seq\":" + QByteArray::number(m_seq);
-    if (entry.isEmpty())
-        message += ",\"removed\":\"" + facility::escapedLabel(name) + "\"}";
-    else
-        message += ",\"entry\":" + entry + '}';
-    m_live.send(QString::fromUtf8(message));
+    if (!m_soon.isActive())
+        m_soon.start();
 }
 
-void FacilityServer::brokerChanged()
+void FacilityServer::send()
 {
     ++m_seq;
-    const QJsonObject broker{{u"connected"_s, m_model.client().isConnected()},
-                             {u"problem"_s, m_model.client().lastProblem()}};
-    m_live.send(QString::fromUtf8("{\"seq\":" + QByteArray::number(m_seq) + ",\"broker\":"
-                                  + QJsonDocument(broker).toJson(QJsonDocument::Compact) + '}'));
+    m_live.send(QString::fromUtf8("{\"seq\":" + QByteArray::number(m_seq) + ",\"facility\":"
+                                  + m_model.facilityJson(facility::FacilityModel::Detail::Summary)
+                                  + '}'));
 }
 
 HttpReply FacilityServer::answer(const QString& path) const

@@ -5,15 +5,16 @@
 #include "web/LiveChannel.h"
 #include "web/WebSettings.h"
 
+#include <QTimer>
+
 // spinlane-web in facility mode: every instrument the broker carries, on one page. No Spinlane
 // and no session bus are needed here.
 //   /api/v1/facility                     every instrument with its whole state
 //   /api/v1/facility/summary             the same without the queues (the cards)
 //   /api/v1/facility/instruments/NAME    one instrument with its whole state
 //   /api/v1/facility/samples/USER        "my samples": USER's items not done, soonest first
-//   /api/v1/live                         the summary first, then {"seq","entry"} per change
-//                                        (or {"seq","removed"} when an instrument is retired,
-//                                        {"seq","broker"} when the broker is lost or refuses)
+//   /api/v1/live                         {"seq","facility"}: the summary, whole, after every
+//                                        change (the changes of one moment give one message)
 namespace spinlane::web {
 
 class FacilityServer : public QObject {
@@ -27,12 +28,13 @@ public:
     facility::FacilityModel& model() { return m_model; }
 
 private:
-    void instrumentChanged(const QString& name);
-    void brokerChanged();
+    void sendSoon();
+    void send();
 
     WebSettings m_settings;
     facility::FacilityModel m_model;
     qint64 m_seq = 0;
+    QTimer m_soon;
     HttpFace m_http;
     LiveChannel m_live; // after m_http: its sockets go first
 };

@@ -1,5 +1,5 @@
-// Spinlane's facility page: one card per instrument from the live channel (a summary first, then
-// every instrument's change), one instrument's queue on a click, and "my samples" across every
+// Spinlane's facility page: one card per instrument from the live channel (each message the
+// summary of every instrument), one instrument's queue on a click, and "my samples" across every
 // instrument. Texts from the instruments are set with textContent only, never as markup.
 'use strict';
 
@@ -181,18 +181,12 @@ function showBroker(broker) {
                                (broker.problem || 'the broker is not connected') + '.';
 }
 
+// Every message is the whole facility: one that missed others is in step all the same.
 function take(message) {
-  if (message.facility) {
-    entries.clear();
-    for (const entry of message.facility.instruments) entries.set(entry.name, entry);
-    showBroker(message.facility.broker);
-  } else if (message.broker) {
-    showBroker(message.broker);
-  } else if (message.entry) {
-    entries.set(message.entry.name, message.entry);
-  } else if (message.removed) {
-    entries.delete(message.removed);
-  }
+  if (!message.facility) return;
+  entries.clear();
+  for (const entry of message.facility.instruments) entries.set(entry.name, entry);
+  showBroker(message.facility.broker);
   document.body.dataset.seq = message.seq;
   renderCards();
   refreshSoon();
