@@ -143,7 +143,7 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload)
             m_entries.erase(found);
         else
             refresh(*found);
-        Q_EMIT instrumentChanged(name);
+        changed(name);
         return;
     }
     if (parts.kind == TopicParts::Online) {
@@ -158,7 +158,7 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload)
         entry.willArrived = !online;
         entry.lastHeard = QDateTime::currentDateTimeUtc();
         refresh(entry);
-        Q_EMIT instrumentChanged(name);
+        changed(name);
         return;
     }
     PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes);
@@ -171,6 +171,12 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload)
     entry.state = std::move(reading.state);
     entry.lastHeard = QDateTime::currentDateTimeUtc();
     refresh(entry);
+    changed(name);
+}
+
+void FacilityModel::changed(const QString& name)
+{
+    m_summaries.remove(name);
     Q_EMIT instrumentChanged(name);
 }
 
@@ -192,7 +198,7 @@ void FacilityModel::checkSilence()
         const Offline before = entry.offline;
         refresh(entry);
         if (entry.offline != before)
-            Q_EMIT instrumentChanged(entry.name);
+            changed(entry.name);
     }
 }
 
@@ -211,9 +217,16 @@ QByteArray FacilityModel::entryJson(const QString& name, Detail detail) const
                      {QStringLiteral("lastRunState"), lastRunState}};
     if (!found->state)
         return withMember(head, "instrument", "null");
-    if (detail == Detail::Summary)
-        return withMember(head, "instrument",
-                          summaryJson(*found->state, online ? lastRunState : QStringLiteral("unknown")));
+    if (detail == Detail::Summary) {
+        // The live channel sends every instrument's summary after each change of one: each is
+        // written once per change of its own.
+        auto cached = m_summaries.constFind(name);
+        if (cached == m_summaries.constEnd())
+            cached = m_summaries.insert(
+                name, withMember(head, "instrument",
+                                 summaryJson(*found->state, online ? lastRunState : QStringLiteral("unknown"))));
+        return *cached;
+    }
     if (online)
         return withMember(head, "instrument", found->state->json);
     // What an offline instrument last said stays readable, but never as a run going on.

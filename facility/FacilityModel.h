@@ -6,6 +6,7 @@
 
 #include <QByteArray>
 #include <QDateTime>
+#include <QHash>
 #include <QMap>
 #include <QObject>
 #include <QTimer>
@@ -74,9 +75,11 @@ Q_SIGNALS:
 private:
     void reject(PayloadFault fault, const QString& topic, const QString& why);
     void refresh(Entry& entry);
+    void changed(const QString& name);
 
     MqttClient m_client;
     QMap<QString, Entry> m_entries;
+    mutable QHash<QString, QByteArray> m_summaries; // entryJson(name, Summary), until it changes
     std::array<quint64, 4> m_rejected{};
     int m_offlineAfterSeconds = 90;
     int m_maxPayloadBytes = 4 * 1024 * 1024;
