@@ -1,5 +1,6 @@
 #include "web/WebServer.h"
 
+#include "facility/FacilityModel.h"
 #include "web/InstrumentJson.h"
 #include "web/Metrics.h"
 
@@ -33,6 +34,14 @@ QByteArray resource(const char* name)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+QByteArray brokerMetric(const QString& instrument, bool connected)
+{
+    const QByteArray name = facility::escapedLabel(instrument);
+    return "# HELP spinlane_broker_connected 1 while the instrument's state reaches the facility's "
+           "broker\n# TYPE spinlane_broker_connected gauge\nspinlane_broker_connected{instrument=\""
+           + name + "\"} " + (connected ? "1\n" : "0\n");
+}
+
 HttpReply text(int status, const QByteArray& body)
 {
     return {status, "text/plain; charset=utf-8", body, true};
@@ -50,6 +59,18 @@ WebServer::WebServer(const WebSettings& settings, const QDBusConnection& bus, QO
     , m_live(settings.maxLiveClients, settings.maxLiveBacklogBytes)
 {
     registerPage();
+    if (settings.broker.isSet()) {
+        m_publisher = std::make_unique<facility::InstrumentPublisher>(settings.instrument);
+        connect(&m_publisher->client(), &facility::MqttClient::problem, this, [](const QString& text) {
+            qWarning("spinlane-web: broker: %s", qPrintable(text));
+        });
+        connect(&m_publisher->client(), &facility::MqttClient::connected, this, [this] {
+            qInfo("spinlane-web: broker: publishing %s to %s", qPrintable(m_settings.instrument),
+                  qPrintable(m_settings.broker.address()));
+        });
+        if (!m_publisher->start(settings.broker))
+            qWarning("spinlane-web: broker: %s", qPrintable(m_publisher->problem()));
+    }
     connect(&m_mirror, &StatusMirror::changed, this, &WebServer::statusChanged);
     statusChanged();
 }
@@ -74,6 +95,8 @@ void WebServer::statusChanged()
     ++m_seq;
     const QJsonObject message{{u"seq"_s, m_seq}, {u"instrument"_s, stamped}};
     m_live.send(QString::fromUtf8(QJsonDocument(message).toJson(QJsonDocument::Compact)));
+    if (m_publisher)
+        m_publisher->setState(m_instrument);
 }
 
 HttpReply WebServer::answer(const QString& path) const
@@ -84,7 +107,10 @@ HttpReply WebServer::answer(const QString& path) const
         const MetricsInput input{m_mirror.state(),         m_settings.instrument,
                                  m_mirror.itemsDone(),     m_mirror.itemsFailed(),
                                  m_live.clients(),         QDateTime::currentDateTime()};
-        return {200, "text/plain; version=0.0.4; charset=utf-8", metricsText(input), true};
+        QByteArray text = metricsText(input);
+        if (m_publisher)
+            text += brokerMetric(m_settings.instrument, m_publisher->isConnected());
+        return {200, "text/plain; version=0.0.4; charset=utf-8", text, true};
     }
     if (path == u"/healthz"_s)
         return text(200, m_mirror.state().spinlane ? "ok\n" : "ok (Spinlane is not running)\n");

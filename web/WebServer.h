@@ -1,5 +1,6 @@
 #pragma once
 
+#include "facility/InstrumentPublisher.h"
 #include "web/HttpFace.h"
 #include "web/LiveChannel.h"
 #include "web/StatusMirror.h"
@@ -8,8 +9,11 @@
 #include <QDateTime>
 #include <QJsonObject>
 
+#include <memory>
+
 // spinlane-web's parts together: the copy of Spinlane's status, the answers made from it once
-// per change (never per request), the HTTP side and the live channel.
+// per change (never per request), the HTTP side, the live channel and, with a broker configured,
+// the publisher that hands every change to the facility without waiting for the broker.
 namespace spinlane::web {
 
 class WebServer : public QObject {
@@ -33,6 +37,7 @@ private:
     qint64 m_seq = 0;
     HttpFace m_http;
     LiveChannel m_live; // after m_http: its sockets go first
+    std::unique_ptr<facility::InstrumentPublisher> m_publisher;
 };
 
 } // namespace spinlane::web

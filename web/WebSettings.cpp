@@ -1,5 +1,7 @@
 #include "web/WebSettings.h"
 
+#include "core/ProfileFile.h"
+
 #include <QFileInfo>
 #include <QHostInfo>
 #include <QRegularExpression>
@@ -93,14 +95,16 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     };
     for (const QString& key : ini.allKeys()) {
         const QString section = key.section(u'/', 0, 0);
+        if (section == u"broker"_s)
+            continue; // read below
         if (!key.contains(u'/') || section != kSection) {
             *error = path + u": "_s + key + u": not a setting of spinlane-web (its settings are "_s
-                     u"in [web])"_s;
+                     u"in [web] and [broker])"_s;
             return std::nullopt;
         }
     }
     ini.beginGroup(kSection);
-    QStringList known{u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s};
+    QStringList known{u"Mode"_s, u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s};
     for (const Number& number : kNumbers)
         known.append(QLatin1StringView(number.key));
     for (const QString& key : ini.childKeys()) {
@@ -133,6 +137,21 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     }
     if (settings.maxLiveClients > settings.maxConnections)
         return fail(u"MaxLiveClients"_s, u"more than MaxConnections"_s);
+    if (ini.contains(u"Mode"_s)) {
+        const QString mode = textOf(ini.value(u"Mode"_s)).trimmed().toLower();
+        if (mode == u"facility"_s)
+            settings.mode = WebSettings::Mode::Facility;
+        else if (mode != u"instrument"_s)
+            return fail(u"Mode"_s, u"needs instrument or facility"_s);
+    }
+    QStringList problems;
+    settings.broker = facility::readBrokerSettings(ProfileDocument::load(path), path, &problems);
+    if (!problems.isEmpty()) {
+        *error = problems.join(u'\n');
+        return std::nullopt;
+    }
+    if (settings.mode == WebSettings::Mode::Facility && !settings.broker.isSet())
+        return fail(u"Mode"_s, u"the facility needs a broker: its Host in [broker]"_s);
     return settings;
 }
 

@@ -1,15 +1,22 @@
 #pragma once
 
+#include "facility/BrokerSettings.h"
+
 #include <QHostAddress>
 #include <QString>
 
 #include <optional>
 
-// What spinlane-web serves and where: its configuration file (INI, section [web]) and the
-// command line's --listen, which wins over the file.
+// What spinlane-web serves and where: its configuration file (INI, sections [web] and [broker])
+// and the command line's --listen and --facility, which win over the file.
 namespace spinlane::web {
 
 struct WebSettings {
+    // Instrument: this workstation's Spinlane, published to the broker when one is configured.
+    // Facility: every instrument the broker carries; no Spinlane needed.
+    enum class Mode { Instrument, Facility };
+    Mode mode = Mode::Instrument;
+    facility::BrokerSettings broker;
     QString instrument; // the name the page and the API show; the host name by default
     QHostAddress address = QHostAddress::LocalHost;
     quint16 port = 8470;

@@ -4,6 +4,7 @@
 #include "core/CommandLine.h"
 #include "core/Console.h"
 #include "core/ShutdownSignals.h"
+#include "web/FacilityServer.h"
 #include "web/WebServer.h"
 
 #include <QCommandLineParser>
@@ -20,16 +21,52 @@ namespace {
 enum ExitCode { Success = 0, Failure = 1, Usage = 2 };
 
 const char kUsage[] =
-    "usage: spinlane-web [--config FILE] [--listen ADDRESS:PORT]\n"
+    "usage: spinlane-web [--config FILE] [--listen ADDRESS:PORT] [--facility]\n"
     "\n"
     "Serves the queue of the Spinlane that runs on this session bus to browsers:\n"
     "the page at /, the API at /api/v1/instrument, live updates at /api/v1/live,\n"
-    "/metrics for Prometheus and /healthz.\n"
+    "/metrics for Prometheus and /healthz. With a [broker] in the configuration file\n"
+    "it also publishes the instrument's state there for the facility page.\n"
+    "\n"
+    "In facility mode (Mode=facility in [web], or --facility) it serves every\n"
+    "instrument the broker carries instead: the page at /, the API at\n"
+    "/api/v1/facility, live updates at /api/v1/live, /metrics and /healthz.\n"
     "\n"
     "--config FILE          the configuration file (default ~/.config/spinlane/web.conf)\n"
     "--listen ADDRESS:PORT  where to listen (default 127.0.0.1:8470); 0.0.0.0:8470 for\n"
     "                       every network of the machine\n"
+    "--facility             facility mode, whatever the configuration file says\n"
     "--help | --version\n";
+
+QString shownAddress(const WebSettings& settings, quint16 port)
+{
+    return u"http://"_s
+           + (settings.address.protocol() == QAbstractSocket::IPv6Protocol
+                  ? u'[' + settings.address.toString() + u']'
+                  : settings.address.toString())
+           + u':' + QString::number(port) + u'/';
+}
+
+int serveFacility(const WebSettings& settings, const QString& path)
+{
+    if (!settings.broker.isSet()) {
+        err() << "spinlane-web: " << path
+              << ": the facility needs a broker: its Host in [broker]" << Qt::endl;
+        return Usage;
+    }
+    FacilityServer server(settings);
+    QString error;
+    if (!server.listen(&error)) {
+        err() << "spinlane-web: cannot listen on " << settings.address.toString() << ':'
+              << settings.port << ": " << error << Qt::endl;
+        return Usage;
+    }
+    err() << "spinlane-web: serving the facility of " << settings.broker.address() << " at "
+          << shownAddress(settings, server.port()) << Qt::endl;
+    ShutdownSignals signals;
+    QObject::connect(&signals, &ShutdownSignals::received, qApp, [] { QCoreApplication::quit(); });
+    return QCoreApplication::exec();
+}
 
 } // namespace
 
@@ -44,7 +81,8 @@ int main(int argc, char* argv[])
     QCommandLineParser parser;
     const QCommandLineOption config(u"config"_s, {}, u"FILE"_s);
     const QCommandLineOption listen(u"listen"_s, {}, u"ADDRESS:PORT"_s);
-    parser.addOptions({config, listen});
+    const QCommandLineOption facilityMode(u"facility"_s, {});
+    parser.addOptions({config, listen, facilityMode});
     if (!parser.parse(app.arguments()) || !parser.positionalArguments().isEmpty()) {
         err() << "spinlane-web: " << (parser.errorText().isEmpty() ? u"unexpected argument"_s
                                                                    : parser.errorText())
@@ -66,6 +104,11 @@ int main(int argc, char* argv[])
               << ": not ADDRESS:PORT (for example 127.0.0.1:8470)" << Qt::endl;
         return Usage;
     }
+    if (parser.isSet(facilityMode))
+        settings->mode = WebSettings::Mode::Facility;
+    if (settings->mode == WebSettings::Mode::Facility)
+        return serveFacility(*settings, path);
+
     const QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         err() << "spinlane-web: there is no session bus" << Qt::endl;
@@ -78,11 +121,8 @@ int main(int argc, char* argv[])
               << settings->port << ": " << error << Qt::endl;
         return Usage;
     }
-    err() << "spinlane-web: serving " << settings->instrument << " at http://"
-          << (settings->address.protocol() == QAbstractSocket::IPv6Protocol
-                  ? u'[' + settings->address.toString() + u']'
-                  : settings->address.toString())
-          << ':' << server.port() << '/' << Qt::endl;
+    err() << "spinlane-web: serving " << settings->instrument << " at "
+          << shownAddress(*settings, server.port()) << Qt::endl;
 
     ShutdownSignals signals;
     QObject::connect(&signals, &ShutdownSignals::received, &app, [] { QCoreApplication::quit(); });

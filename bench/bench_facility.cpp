@@ -1,0 +1,286 @@
+// The facility page under load, through a real mosquitto on a loopback port:
+//
+//     build/bench/bench_facility [SECONDS]
+//
+// For 5, 20 and 50 instruments with 999-item queues, lightweight publishers in this process
+// replay a recorded state, each instrument changing once a second, to one spinlane-web in
+// facility mode (its own process). A live client here measures the time from a change being
+// published to the first live message that carries it (median and 95th percentile); the facility's
+// processor share (of one core) over the same time and its memory come from /proc; then the
+// facility API's answer time is that of ten whole GET requests while the changes go on. Prints
+// the figures side by side.
+
+#include "core/ProfileFile.h"
+#include "facility/MqttClient.h"
+#include "facility/Topics.h"
+#include "support/MosquittoBroker.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QWebSocket>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+using namespace spinlane;
+using namespace spinlane::facility;
+
+namespace {
+
+constexpr int kItems = 999;
+const QByteArray kStamp = "2026-11-25T10:00:00.000Z";
+
+void waitFor(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+template <typename Condition>
+bool waitUntil(Condition condition, int timeoutMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!condition()) {
+        if (clock.elapsed() > timeoutMs)
+            return false;
+        waitFor(10);
+    }
+    return true;
+}
+
+double percentile(std::vector<double> values, double p)
+{
+    if (values.empty())
+        return -1;
+    std::sort(values.begin(), values.end());
+    return values[std::min(values.size() - 1, size_t(p * double(values.size() - 1) + 0.5))];
+}
+
+// utime + stime of a process, in seconds.
+double processorSeconds(qint64 pid)
+{
+    QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray stat = file.readAll();
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    return (fields.value(11).toDouble() + fields.value(12).toDouble()) / double(sysconf(_SC_CLK_TCK));
+}
+
+// VmRSS or VmHWM in MB.
+double memoryMB(qint64 pid, const char* field)
+{
+    QFile file(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const QRegularExpression line(QString::fromLatin1(field) + QStringLiteral(":\\s+(\\d+)"));
+    return line.match(QString::fromLatin1(file.readAll())).captured(1).toDouble() / 1024;
+}
+
+struct Figures {
+    int instruments = 0;
+    std::vector<double> latencyMs;
+    int published = 0;
+    double cpuShare = -1;
+    double rssMB = -1;
+    double peakMB = -1;
+    std::vector<double> apiMs;
+    std::vector<double> summaryMs;
+    qint64 apiBytes = 0;
+};
+
+double getMs(QNetworkAccessManager& network, const QUrl& url, qint64* bytes)
+{
+    QElapsedTimer clock;
+    clock.start();
+    std::unique_ptr<QNetworkReply> reply(network.get(QNetworkRequest(url)));
+    QEventLoop loop;
+    QObject::connect(reply.get(), &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    QTimer::singleShot(30000, &loop, &QEventLoop::quit);
+    loop.exec();
+    const double ms = double(clock.nsecsElapsed()) / 1e6;
+    *bytes = reply->readAll().size();
+    return reply->error() == QNetworkReply::NoError ? ms : -1;
+}
+
+Figures run(const QString& web, int instruments, int seconds)
+{
+    Figures figures;
+    figures.instruments = instruments;
+    testing::MosquittoBroker broker;
+    broker.addUser(QStringLiteral("bench"), QStringLiteral("bench-pw"));
+    if (!broker.start()) {
+        std::fprintf(stderr, "mosquitto did not start:\n%s\n", qPrintable(broker.log()));
+        return figures;
+    }
+    const BrokerSettings settings = broker.settings(QStringLiteral("bench"), QStringLiteral("bench-pw"));
+
+    // The publishers, one connection per instrument, each with its recorded state.
+    std::vector<std::unique_ptr<MqttClient>> clients;
+    std::vector<QByteArray> states;
+    for (int i = 0; i < instruments; ++i) {
+        const QString name = QStringLiteral("nmr%1").arg(i + 1, 2, 10, QLatin1Char('0'));
+        auto client = std::make_unique<MqttClient>(QStringLiteral("bench-") + name);
+        client->setWill(onlineTopic(name), kOfflinePayload, true);
+        client->start(settings);
+        clients.push_back(std::move(client));
+        states.push_back(testing::recordedState(name, QStringLiteral("running"), kItems, QString::fromLatin1(kStamp)));
+    }
+    if (!waitUntil([&] { return std::all_of(clients.begin(), clients.end(), [](auto& c) { return c->isConnected(); }); }, 10000)) {
+        std::fprintf(stderr, "the publishers did not connect\n");
+        return figures;
+    }
+    bool measuring = false;
+    const auto publish = [&](int i) {
+        const QString name = QStringLiteral("nmr%1").arg(i + 1, 2, 10, QLatin1Char('0'));
+        QByteArray state = states[size_t(i)];
+        const qsizetype at = state.indexOf(kStamp);
+        state.replace(at, kStamp.size(), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toLatin1());
+        clients[size_t(i)]->publish(stateTopic(name), state, true);
+        if (measuring)
+            ++figures.published;
+    };
+    for (int i = 0; i < instruments; ++i) {
+        clients[size_t(i)]->publish(onlineTopic(QStringLiteral("nmr%1").arg(i + 1, 2, 10, QLatin1Char('0'))), kOnlinePayload, true);
+        publish(i);
+    }
+
+    QTemporaryDir dir;
+    const QString config = dir.filePath(QStringLiteral("facility.conf"));
+    ProfileDocument file;
+    file.writeString(u"web", u"Mode", QStringLiteral("facility"));
+    file.writeString(u"web", u"MaxLiveBacklogBytes", QString::number(64 << 20));
+    file.writeString(u"broker", u"Host", settings.host);
+    file.writeString(u"broker", u"Port", QString::number(settings.port));
+    file.writeString(u"broker", u"User", settings.user);
+    file.writeString(u"broker", u"Password", settings.password);
+    file.save(config);
+    QFile::setPermissions(config, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    QProcess server;
+    server.start(web, {QStringLiteral("--config"), config, QStringLiteral("--listen"), QStringLiteral("127.0.0.1:0")});
+    QByteArray said;
+    quint16 port = 0;
+    static const QRegularExpression at(QStringLiteral("at http://127\\.0\\.0\\.1:(\\d+)/"));
+    waitUntil([&] {
+        said += server.readAllStandardError();
+        port = quint16(at.match(QString::fromUtf8(said)).captured(1).toUInt());
+        return port != 0 || server.state() == QProcess::NotRunning;
+    }, 10000);
+    if (!port) {
+        std::fprintf(stderr, "spinlane-web did not start: %s\n", said.constData());
+        return figures;
+    }
+
+    QWebSocket live;
+    std::map<QString, QString> lastUpdated; // per instrument, as the live client last saw it
+    QObject::connect(&live, &QWebSocket::textMessageReceived, [&](const QString& message) {
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        const QJsonArray cards = QJsonDocument::fromJson(message.toUtf8())
+                                     .object()[QLatin1String("facility")][QLatin1String("instruments")].toArray();
+        for (const QJsonValue& card : cards) {
+            const QString updated = card[QLatin1String("instrument")][QLatin1String("updated")].toString();
+            QString& last = lastUpdated[card[QLatin1String("name")].toString()];
+            if (updated == last)
+                continue;
+            last = updated;
+            const QDateTime sent = QDateTime::fromString(updated, Qt::ISODateWithMs);
+            if (measuring && sent.isValid())
+                figures.latencyMs.push_back(double(sent.msecsTo(now)));
+        }
+    });
+    live.open(QUrl(QStringLiteral("ws://127.0.0.1:%1/api/v1/live").arg(port)));
+
+    // Each instrument changes once a second, spread evenly over the second.
+    int next = 0;
+    QTimer changes;
+    changes.setInterval(std::max(1, 1000 / instruments));
+    QObject::connect(&changes, &QTimer::timeout, [&] {
+        publish(next);
+        next = (next + 1) % instruments;
+    });
+    changes.start();
+    waitFor(3000); // everything heard, caches warm
+
+    QNetworkAccessManager network;
+    const QUrl api(QStringLiteral("http://127.0.0.1:%1/api/v1/facility").arg(port));
+    const QUrl summary(QStringLiteral("http://127.0.0.1:%1/api/v1/facility/summary").arg(port));
+    measuring = true;
+    const double cpuBefore = processorSeconds(server.processId());
+    QElapsedTimer wall;
+    wall.start();
+    waitFor(seconds * 1000);
+    figures.cpuShare = (processorSeconds(server.processId()) - cpuBefore) / (double(wall.elapsed()) / 1000);
+    measuring = false;
+    // The API's answers, the changes going on: none of them counted in the processor share.
+    for (int i = 0; i < 10; ++i) {
+        qint64 bytes = 0;
+        figures.apiMs.push_back(getMs(network, api, &bytes));
+        figures.apiBytes = bytes;
+        figures.summaryMs.push_back(getMs(network, summary, &bytes));
+        waitFor(200);
+    }
+    figures.rssMB = memoryMB(server.processId(), "VmRSS");
+    figures.peakMB = memoryMB(server.processId(), "VmHWM");
+    changes.stop();
+    if (server.state() != QProcess::Running)
+        std::fprintf(stderr, "spinlane-web ended (status %d): %s\n", server.exitCode(),
+                     (said + server.readAllStandardError()).constData());
+    live.close();
+    server.terminate();
+    server.waitForFinished(5000);
+    return figures;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    const int seconds = argc > 1 ? std::max(5, atoi(argv[1])) : 20;
+    const QString web = QStringLiteral(SPINLANE_WEB);
+    std::vector<Figures> all;
+    for (int instruments : {5, 20, 50}) {
+        std::fprintf(stderr, "%d instruments, %d s...\n", instruments, seconds);
+        all.push_back(run(web, instruments, seconds));
+    }
+    std::printf("%-44s", "instruments (999-item queues, 1 change/s each)");
+    for (const Figures& f : all)
+        std::printf("%12d", f.instruments);
+    const auto row = [&](const char* name, auto value) {
+        std::printf("\n%-44s", name);
+        for (const Figures& f : all)
+            std::printf("%12.1f", value(f));
+    };
+    row("changes published in the measured time", [](const Figures& f) { return double(f.published); });
+    row("changes seen by the live client", [](const Figures& f) { return double(f.latencyMs.size()); });
+    row("change to live client, median (ms)", [](const Figures& f) { return percentile(f.latencyMs, 0.5); });
+    row("change to live client, 95th percentile (ms)", [](const Figures& f) { return percentile(f.latencyMs, 0.95); });
+    row("facility processor, % of one core", [](const Figures& f) { return f.cpuShare * 100; });
+    row("facility memory, RSS at end (MB)", [](const Figures& f) { return f.rssMB; });
+    row("facility memory, peak RSS (MB)", [](const Figures& f) { return f.peakMB; });
+    row("GET /api/v1/facility, median (ms)", [](const Figures& f) { return percentile(f.apiMs, 0.5); });
+    row("GET /api/v1/facility, 95th percentile (ms)", [](const Figures& f) { return percentile(f.apiMs, 0.95); });
+    row("GET /api/v1/facility size (MB)", [](const Figures& f) { return double(f.apiBytes) / 1e6; });
+    row("GET /api/v1/facility/summary, median (ms)", [](const Figures& f) { return percentile(f.summaryMs, 0.5); });
+    std::printf("\n");
+    return 0;
+}

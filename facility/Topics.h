@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QString>
+
+// The topic tree every instrument publishes under: spinlane/v1/<instrument>/state (the retained
+// instrument JSON) and spinlane/v1/<instrument>/online (retained "online", or "offline" from the
+// instrument's last will).
+namespace spinlane::facility {
+
+inline constexpr char kOnlinePayload[] = "online";
+inline constexpr char kOfflinePayload[] = "offline";
+
+// A name that can stand as one topic level: 1 to 64 characters, none of them "/", "+", "#", a
+// control character or a space.
+bool isValidInstrumentName(const QString& name);
+
+QString stateTopic(const QString& instrument);
+QString onlineTopic(const QString& instrument);
+// What the facility subscribes to.
+QString allStatesFilter();
+QString allOnlineFilter();
+
+struct TopicParts {
+    enum Kind { Other, State, Online } kind = Other;
+    QString instrument;
+};
+// Which instrument and which of its topics; Other for anything else under the tree or a topic
+// whose instrument level is not a valid name.
+TopicParts parseTopic(const QString& topic);
+
+} // namespace spinlane::facility

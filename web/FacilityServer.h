@@ -1,0 +1,42 @@
+#pragma once
+
+#include "facility/FacilityModel.h"
+#include "web/HttpFace.h"
+#include "web/LiveChannel.h"
+#include "web/WebSettings.h"
+
+#include <QTimer>
+
+// spinlane-web in facility mode: every instrument the broker carries, on one page. No Spinlane
+// and no session bus are needed here.
+//   /api/v1/facility                     every instrument with its whole state
+//   /api/v1/facility/summary             the same without the queues (the cards)
+//   /api/v1/facility/instruments/NAME    one instrument with its whole state
+//   /api/v1/facility/samples/USER        "my samples": USER's items not done, soonest first
+//   /api/v1/live                         {"seq","facility"}: the summary, whole, after every
+//                                        change (the changes of one moment give one message)
+namespace spinlane::web {
+
+class FacilityServer : public QObject {
+    Q_OBJECT
+public:
+    explicit FacilityServer(const WebSettings& settings, QObject* parent = nullptr);
+
+    bool listen(QString* error);
+    quint16 port() const { return m_http.port(); }
+    HttpReply answer(const QString& path) const;
+    facility::FacilityModel& model() { return m_model; }
+
+private:
+    void sendSoon();
+    void send();
+
+    WebSettings m_settings;
+    facility::FacilityModel m_model;
+    qint64 m_seq = 0;
+    QTimer m_soon;
+    HttpFace m_http;
+    LiveChannel m_live; // after m_http: its sockets go first
+};
+
+} // namespace spinlane::web
