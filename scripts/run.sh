@@ -11,7 +11,7 @@ as_root=()
 [ "$(id -u)" -eq 0 ] || as_root=(sudo)
 
 bash scripts/install-packages.sh build-essential cmake qt6-base-dev dbus fonts-dejavu-core \
-  qt6-httpserver-dev qt6-websockets-dev prometheus-cpp-dev
+  qt6-httpserver-dev qt6-websockets-dev prometheus-cpp-dev libmosquitto-dev pkg-config
 
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build -j"$(nproc)" --target spinlane spinlane-labsim
