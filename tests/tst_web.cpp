@@ -436,8 +436,8 @@ private Q_SLOTS:
 
             // Every answer the server gives, and every message: never the password.
             QList<QByteArray> served = {api.body, metrics};
-            for (const QString& path : {u"/"_s, u"/page.js"_s, u"/page.css"_s, u"/healthz"_s,
-                                        u"/nothing"_s, u"/api/v1/live"_s})
+            for (const QString& path : {u"/"_s, u"/common.js"_s, u"/page.js"_s, u"/page.css"_s,
+                                        u"/healthz"_s, u"/nothing"_s, u"/api/v1/live"_s})
                 served.append(request(web.url(path)).body);
             for (const QString& text : std::as_const(live.texts))
                 served.append(text.toUtf8());

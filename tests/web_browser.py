@@ -126,8 +126,9 @@ def inside_lab(web_program, runner, screenshots):
         expect("the sample name as shown",
                driver.find_element(By.CSS_SELECTOR, 'tr[data-number="1"] .sample')
                .get_attribute("textContent"), HOSTILE)
-        expect("scripts on the page", driver.execute_script(
-            "return [...document.scripts].map(s => s.getAttribute('src'))"), ["page.js"])
+        expect("scripts on the page",
+               driver.execute_script("return [...document.scripts].map(s => s.getAttribute('src'))"),
+               ["common.js", "page.js"])
         expect("images on the page", len(driver.find_elements(By.TAG_NAME, "img")), 0)
         expect("the markup's script ran", driver.execute_script("return window.pwned"), None)
 

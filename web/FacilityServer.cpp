@@ -99,6 +99,8 @@ HttpReply FacilityServer::answer(const QString& path) const
         return pageFile(u":/spinlane-web/page.css"_s, "text/css; charset=utf-8");
     if (path == u"/facility.css"_s)
         return pageFile(u":/spinlane-web/facility.css"_s, "text/css; charset=utf-8");
+    if (path == u"/common.js"_s)
+        return pageFile(u":/spinlane-web/common.js"_s, "text/javascript; charset=utf-8");
     if (path == u"/facility.js"_s)
         return pageFile(u":/spinlane-web/facility.js"_s, "text/javascript; charset=utf-8");
     return text(404, "Not found.\n");

@@ -25,6 +25,7 @@ struct PageFile {
 const PageFile kPageFiles[] = {
     {"/", ":/spinlane-web/index.html", "text/html; charset=utf-8"},
     {"/page.css", ":/spinlane-web/page.css", "text/css; charset=utf-8"},
+    {"/common.js", ":/spinlane-web/common.js", "text/javascript; charset=utf-8"},
     {"/page.js", ":/spinlane-web/page.js", "text/javascript; charset=utf-8"},
 };
 

@@ -3,42 +3,17 @@
 // instrument. Texts from the instruments are set with textContent only, never as markup.
 'use strict';
 
-const byId = (id) => document.getElementById(id);
-const mineKey = 'spinlane.mySamples';
 const entries = new Map(); // name -> entry (summary)
 let selected = '';
 let socket = null;
 let retryMs = 1000;
 let refreshTimer = null;
 
-function statusClass(status) {
-  return 'status-' + String(status).toLowerCase().replace(/[^a-z]+/g, '-');
-}
-
-function localTime(iso) {
-  if (!iso) return '';
-  const time = new Date(iso);
-  if (isNaN(time)) return '';
-  const clock = time.toLocaleTimeString([], { hour: '2-digit', minute: '2-digit' });
-  const today = new Date().toDateString() === time.toDateString();
-  return today ? clock : time.toLocaleDateString([], { weekday: 'short', day: 'numeric',
-                                                      month: 'short' }) + ' ' + clock;
-}
-
-function number(n) { return String(n).padStart(3, '0'); }
-
 function element(tag, className, text) {
   const e = document.createElement(tag);
   if (className) e.className = className;
   if (text !== undefined) e.textContent = text;
   return e;
-}
-
-function cell(row, text, className) {
-  const td = row.insertCell();
-  td.textContent = text;
-  if (className) td.className = className;
-  return td;
 }
 
 function badge(status) { return element('span', 'badge ' + statusClass(status), status); }
