@@ -2,6 +2,7 @@
 // Spinlane does, the server as a program of its own, real HTTP and WebSocket clients.
 
 #include "core/ProfileFile.h"
+#include "support/RunningAdapter.h"
 #include "support/SettingsFiles.h"
 #include "support/SimulatedLab.h"
 #include "web/WebSettings.h"
@@ -25,7 +26,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -52,15 +52,7 @@ public:
     }
     ~Program() { stop(); }
 
-    void stop()
-    {
-        if (m_process.state() == QProcess::NotRunning)
-            return;
-        ::kill(pid_t(m_process.processId()), SIGTERM);
-        if (!m_process.waitForFinished(5000))
-            m_process.kill();
-        m_process.waitForFinished(5000);
-    }
+    void stop() { endProcess(m_process); }
     QString errors()
     {
         m_errors += m_process.readAllStandardError();

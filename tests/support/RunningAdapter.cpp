@@ -24,15 +24,17 @@ RunningAdapter::RunningAdapter(const QString& program, const QString& configPath
     m_process.start(program, {QStringLiteral("--config"), configPath});
 }
 
-RunningAdapter::~RunningAdapter()
+void endProcess(QProcess& process)
 {
-    if (m_process.state() == QProcess::NotRunning)
+    if (process.state() == QProcess::NotRunning)
         return;
-    ::kill(pid_t(m_process.processId()), SIGTERM);
-    if (!m_process.waitForFinished(5000))
-        m_process.kill();
-    m_process.waitForFinished(5000);
+    ::kill(pid_t(process.processId()), SIGTERM);
+    if (!process.waitForFinished(5000))
+        process.kill();
+    process.waitForFinished(5000);
 }
+
+RunningAdapter::~RunningAdapter() { endProcess(m_process); }
 
 bool RunningAdapter::waitUntilServing(int timeoutMs)
 {

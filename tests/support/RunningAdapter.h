@@ -8,6 +8,10 @@
 
 namespace spinlane::testing {
 
+// Ends a child program as a service manager would: SIGTERM, and SIGKILL when it is still there
+// after 5 seconds.
+void endProcess(QProcess& process);
+
 // spinlane-adapter serving a configuration file on this process's session bus, with its own
 // environment additions ("NAME=value"). Ended with SIGTERM at the end.
 class RunningAdapter {

@@ -5,8 +5,6 @@
 
 const entries = new Map(); // name -> entry (summary)
 let selected = '';
-let socket = null;
-let retryMs = 1000;
 let refreshTimer = null;
 
 function element(tag, className, text) {
@@ -167,31 +165,10 @@ function take(message) {
   refreshSoon();
 }
 
-function connect() {
-  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
-  socket = new WebSocket(scheme + '//' + location.host + '/api/v1/live');
-  socket.onopen = () => { retryMs = 1000; byId('connection').hidden = true; };
-  socket.onmessage = (event) => {
-    let message;
-    try { message = JSON.parse(event.data); } catch (e) { return; }
-    if (message) take(message);
-  };
-  socket.onclose = () => {
-    byId('connection').hidden = false;
-    setTimeout(connect, retryMs);
-    retryMs = Math.min(retryMs * 2, 5000);
-  };
-}
-
 function start() {
-  const field = byId('mine');
-  try { field.value = localStorage.getItem(mineKey) || ''; } catch (e) { /* private mode */ }
-  field.addEventListener('input', () => {
-    try { localStorage.setItem(mineKey, mine()); } catch (e) { /* private mode */ }
-    loadSamples();
-  });
+  rememberMine(loadSamples);
   byId('closeQueue').addEventListener('click', () => select(selected));
-  connect();
+  followLive(take);
   loadSamples();
   setInterval(renderCards, 5000); // progress bars and "last heard" move on
 }

@@ -3,8 +3,6 @@
 'use strict';
 
 let latest = null;
-let socket = null;
-let retryMs = 1000;
 
 function setText(id, text) { byId(id).textContent = text; }
 
@@ -84,40 +82,20 @@ function render(data) {
   setText('updated', localTime(data.updated) || 'never');
 }
 
-function connect() {
-  const scheme = location.protocol === 'https:' ? 'wss:' : 'ws:';
-  socket = new WebSocket(scheme + '//' + location.host + '/api/v1/live');
-  socket.onopen = () => {
-    retryMs = 1000;
-    byId('connection').hidden = true;
-  };
-  socket.onmessage = (event) => {
-    let message;
-    try { message = JSON.parse(event.data); } catch (e) { return; }
-    if (!message || !message.instrument) return;
-    // Every message is the whole state: one that missed others is in step all the same.
-    document.body.dataset.seq = message.seq;
-    render(message.instrument);
-  };
-  socket.onclose = () => {
-    byId('connection').hidden = false;
-    setTimeout(connect, retryMs);
-    retryMs = Math.min(retryMs * 2, 5000);
-  };
+// Every message is the whole state: one that missed others is in step all the same.
+function take(message) {
+  if (!message.instrument) return;
+  document.body.dataset.seq = message.seq;
+  render(message.instrument);
 }
 
 function start() {
-  const field = byId('mine');
-  try { field.value = localStorage.getItem(mineKey) || ''; } catch (e) { /* private mode */ }
-  field.addEventListener('input', () => {
-    try { localStorage.setItem(mineKey, field.value.trim()); } catch (e) { /* private mode */ }
-    if (latest) renderQueue(latest);
-  });
+  rememberMine(() => { if (latest) renderQueue(latest); });
   fetch('/api/v1/instrument', { cache: 'no-store' })
     .then((response) => response.json())
     .then((data) => { if (!latest) render(data); })
     .catch(() => { byId('connection').hidden = false; });
-  connect();
+  followLive(take);
   setInterval(renderProgress, 1000);
 }
 
