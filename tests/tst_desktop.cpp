@@ -5,6 +5,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QFileDialog>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
@@ -85,19 +86,6 @@ private Q_SLOTS:
         QVERIFY(ownDialogs); // the same dialog on every desktop: see README
         QCOMPARE(directory, QDir(dir.path()).absolutePath()); // the pattern names a folder
 
-        // A file opens in its folder; a name whose folder is not there, in the nearest one above.
-        const auto openedIn = [&](const QString& fileName) {
-            whenShown<QFileDialog>([&](QFileDialog* dialog) {
-                directory = dialog->directory().absolutePath();
-                dialog->reject();
-            });
-            dialogs.openFile({u"Locate"_s, u"(*.ini)|*.ini"_s, FileMustExist, fileName});
-            return directory;
-        };
-        QCOMPARE(openedIn(existing), QDir(dir.path()).absolutePath());
-        QCOMPARE(openedIn(dir.filePath(u"config/korvo/Spinlane.INI"_s)),
-                 QDir(dir.path()).absolutePath());
-        QCOMPARE(openedIn(dir.filePath(u"gone/*.kvd"_s)), QDir(dir.path()).absolutePath());
         QCOMPARE(qtNameFilters(u"(*.ini)|*.ini|(*.*)|*.*"_s), u"(*.ini);;(*.*)"_s);
         QCOMPARE(qtNameFilters(u"Logs|*.log;*.txt"_s), u"Logs (*.log *.txt)"_s);
 
@@ -122,6 +110,86 @@ private Q_SLOTS:
             MsgButtons::YesNo, MsgIcon::Exclamation, u"Set Log File"_s};
         QCOMPARE(scripted.messageBoxes.shown, (QList{create, create}));
         QCOMPARE(dialogsShown, 2);
+    }
+
+    // The program's three file dialogs, as it asks for them: each opens in the proposed file's
+    // folder (the nearest one above when that is gone) and proposes the file's name, whether or
+    // not the file is there yet; a pattern opens its folder with no name.
+    void fileDialogsProposeTheirName_data()
+    {
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("filter");
+        QTest::addColumn<int>("flags");
+        QTest::addColumn<QString>("proposed"); // below the test's folder
+        QTest::addColumn<bool>("present");
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("name");
+
+        const struct {
+            const char* dialog;
+            QString title, filter, file;
+            int flags;
+        } dialogs[] = {
+            {"locate", u"Locate the 'Spinlane.ini' file."_s, u"(*.ini)|*.ini|(*.*)|*.*"_s,
+             u"Spinlane.INI"_s, FileMustExist},
+            {"log", u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s, u"Spinlane.log"_s,
+             CreatePrompt},
+            {"data", u"Choose a Location & Enter a File Name:"_s, u"(*.kvd)|*.kvd|(*.*)|*.*"_s,
+             u"menthol-proton.kvd"_s, OverwritePrompt},
+        };
+        for (const auto& d : dialogs) {
+            const auto row = [&](const char* state, const QString& proposed, bool present,
+                                 const QString& folder, const QString& name) {
+                QTest::addRow("%s, %s", d.dialog, state)
+                    << d.title << d.filter << d.flags << proposed << present << folder << name;
+            };
+            row("present", u"config/"_s + d.file, true, u"config"_s, d.file);
+            row("absent", u"config/"_s + d.file, false, u"config"_s, d.file);
+            row("folder gone", u"config/gone/deeper/"_s + d.file, false, u"config"_s, d.file);
+        }
+        QTest::addRow("data, pattern") << u"Choose a Location & Enter a File Name:"_s
+                                       << u"(*.kvd)|*.kvd|(*.*)|*.*"_s << int(OverwritePrompt)
+                                       << u"config/*.kvd"_s << false << u"config"_s << QString();
+        QTest::addRow("data, pattern in a folder gone")
+            << u"Choose a Location & Enter a File Name:"_s << u"(*.kvd)|*.kvd|(*.*)|*.*"_s
+            << int(OverwritePrompt) << u"config/Data/*.kvd"_s << false << u"config"_s
+            << QString();
+    }
+
+    void fileDialogsProposeTheirName()
+    {
+        QFETCH(QString, title);
+        QFETCH(QString, filter);
+        QFETCH(int, flags);
+        QFETCH(QString, proposed);
+        QFETCH(bool, present);
+        QFETCH(QString, folder);
+        QFETCH(QString, name);
+
+        QTemporaryDir dir;
+        QVERIFY(QDir(dir.path()).mkpath(u"config"_s));
+        const QString proposedPath = dir.filePath(proposed);
+        if (present)
+            QVERIFY(QFile(proposedPath).open(QIODevice::WriteOnly));
+
+        QString openedIn;
+        QString nameField;
+        QString selectedFilter;
+        whenShown<QFileDialog>([&](QFileDialog* dialog) {
+            openedIn = dialog->directory().absolutePath();
+            auto* edit = dialog->findChild<QLineEdit*>(u"fileNameEdit"_s);
+            nameField = edit ? edit->text() : u"(no name field)"_s;
+            selectedFilter = dialog->selectedNameFilter();
+            dialog->reject();
+        });
+        WidgetFileDialogs dialogs;
+        const FileDialogRequest request{title, filter, flags, proposedPath};
+        const QString chosen = (flags & OverwritePrompt) ? dialogs.saveFile(request)
+                                                         : dialogs.openFile(request);
+        QCOMPARE(chosen, QString());
+        QCOMPARE(openedIn, QDir(dir.filePath(folder)).absolutePath());
+        QCOMPARE(nameField, name);
+        QCOMPARE(selectedFilter, qtNameFilters(filter).section(u";;"_s, 0, 0));
     }
 
     void stayOnTopKeepsTheWindowShown()

@@ -201,9 +201,12 @@ private Q_SLOTS:
         enableLog->trigger();
         QVERIFY(!enableLog->isChecked());
         QVERIFY(!gLogOn);
-        const FileDialogRequest logDialog{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s,
-                                          CreatePrompt, u"Spinlane.log"_s};
-        QCOMPARE(seams().fileDialogs.opened, QList{logDialog});
+        // "Spinlane.log" is proposed beside the settings file until a log has been chosen.
+        const auto logDialog = [](const QString& folder) {
+            return FileDialogRequest{u"Set Log File"_s, u"(*.log)|*.log|(*.*)|*.*"_s, CreatePrompt,
+                                     QDir(folder).filePath(u"Spinlane.log"_s)};
+        };
+        QCOMPARE(seams().fileDialogs.opened, QList{logDialog(QFileInfo(gIniPath).absolutePath())});
 
         // A name without ".log" gets it; a file of that name is appended to on No.
         const QString chosen = program().path(u"run.txt"_s);
@@ -222,6 +225,10 @@ private Q_SLOTS:
         enableLog->trigger(); // off: the file is closed
         QVERIFY(!gLogOn);
         QCOMPARE(errorNumber(WriteDoneBanner), RuntimeError::BadFileNameOrNumber);
+        seams().fileDialogs.queueChoice({}); // on again: proposed in the chosen log's folder
+        enableLog->trigger();
+        QVERIFY(!gLogOn);
+        QCOMPARE(seams().fileDialogs.opened.last(), logDialog(QFileInfo(chosen).absolutePath()));
 
         trigger(u"mnuPrefs"_s, 40);
         QCOMPARE(seams().desktopPrograms.shownFiles, QStringList{chosen + u".log"_s});

@@ -17,6 +17,7 @@
 #include "ui/desktop/DesktopSeams.h"
 
 #include <QAction>
+#include <QDir>
 #include <QFileInfo>
 #include <QPushButton>
 
@@ -29,6 +30,13 @@ namespace {
 constexpr int kSampleColumnWidth = 1100;
 
 bool sampleChangerMode() { return gSampleControl == 2; }
+
+// "Spinlane.log", proposed in the folder of the log last used, or else beside the settings file.
+QString proposedLogFile()
+{
+    const QFileInfo near(gLogFile.isEmpty() ? gIniPath : gLogFile);
+    return QDir(near.absolutePath()).filePath(u"Spinlane.log"_s);
+}
 
 } // namespace
 
@@ -108,7 +116,7 @@ void frmSpinlane::setLogEnabled(QAction* item)
     try {
         if (gLogOn) {
             QString path = reg_docs(u"Spinlane"_s, u"Path"_s, u"Spinlane.log"_s, u"Set Log File"_s,
-                                    CreatePrompt, u"log"_s, u"*"_s, u"Spinlane.log"_s);
+                                    CreatePrompt, u"log"_s, u"*"_s, proposedLogFile());
             if (path.compare(kCancelled, Qt::CaseInsensitive) == 0) {
                 gLogOn = false;
                 item->setChecked(false);

@@ -45,28 +45,48 @@ MsgAnswer answerFor(int button)
     }
 }
 
-// An initial name such as "/korvo/Data/*.kvd" names a folder and a pattern: the dialog opens
-// in the folder. A name that is not there opens the nearest folder above it that is, never the
-// folder the program was started from.
-QString startLocation(const QString& fileName)
+// Where a dialog opens and the name it proposes. An initial name such as "/korvo/Data/*.kvd"
+// names a folder and a pattern: the dialog opens in the folder and proposes no name (the filter
+// shows the pattern's files). Any other name is proposed whether or not it exists yet, in its
+// folder or, when that is not there, in the nearest folder above it that is: never in the folder
+// the program was started from.
+struct StartLocation {
+    QString folder;
+    QString name;
+};
+
+StartLocation startLocation(const QString& fileName)
 {
+    if (fileName.isEmpty())
+        return {};
+    const QFileInfo info(fileName);
     const bool pattern = fileName.contains(u'*') || fileName.contains(u'?');
-    const QString location = pattern ? QFileInfo(fileName).path() : fileName;
-    if (location.isEmpty() || QFileInfo::exists(location))
-        return location;
-    QString folder = QFileInfo(location).absolutePath();
+    if (info.isDir())
+        return {info.absoluteFilePath(), {}};
+    QString folder = info.absolutePath();
     while (!QFileInfo(folder).isDir()) {
         const QString up = QFileInfo(folder).absolutePath();
         if (up == folder)
             break;
         folder = up;
     }
-    return folder;
+    return {folder, pattern ? QString() : info.fileName()};
 }
 
-// Qt's own dialog on every desktop. A desktop's native open dialog accepts only files that exist,
-// so a new log file could not be named, and the create prompt would never be reached.
-void useOwnDialog(QFileDialog& dialog) { dialog.setOption(QFileDialog::DontUseNativeDialog); }
+// A dialog of Qt's own on every desktop, opened at the request's start location. A desktop's
+// native open dialog accepts only files that exist, so a new log file could not be named, and
+// the create prompt would never be reached.
+void prepare(QFileDialog& dialog, const FileDialogRequest& request)
+{
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+    dialog.setWindowTitle(request.title);
+    dialog.setNameFilter(qtNameFilters(request.filter));
+    const StartLocation start = startLocation(request.fileName);
+    if (!start.folder.isEmpty())
+        dialog.setDirectory(start.folder);
+    if (!start.name.isEmpty())
+        dialog.selectFile(start.name);
+}
 
 } // namespace
 
@@ -80,12 +100,11 @@ MsgAnswer WidgetMessageBoxes::show(const MessageBoxRequest& request)
 
 QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
 {
-    QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
-                       qtNameFilters(request.filter));
-    useOwnDialog(dialog);
+    QFileDialog dialog(QApplication::activeWindow());
     dialog.setAcceptMode(QFileDialog::AcceptOpen);
     dialog.setFileMode((request.flags & FileMustExist) ? QFileDialog::ExistingFile
                                                        : QFileDialog::AnyFile);
+    prepare(dialog, request);
     for (;;) {
         if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
             return {};
@@ -102,11 +121,10 @@ QString WidgetFileDialogs::openFile(const FileDialogRequest& request)
 
 QString WidgetFileDialogs::saveFile(const FileDialogRequest& request)
 {
-    QFileDialog dialog(QApplication::activeWindow(), request.title, startLocation(request.fileName),
-                       qtNameFilters(request.filter));
-    useOwnDialog(dialog);
+    QFileDialog dialog(QApplication::activeWindow());
     dialog.setAcceptMode(QFileDialog::AcceptSave);
     dialog.setOption(QFileDialog::DontConfirmOverwrite, !(request.flags & OverwritePrompt));
+    prepare(dialog, request);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return {};
     return QDir::toNativeSeparators(dialog.selectedFiles().constFirst());
