@@ -61,7 +61,7 @@ $shared || exec "$launcher" "${options[@]}" "$@"
 # The shared laboratory: the launcher's bus configuration with a listening address of its own;
 # the launcher, started on that bus, only starts the console and runs the command.
 answers && { echo "$0: a simulated laboratory already runs at $socket" >&2; exit 1; }
-mkdir -p -m 700 "$(dirname "$socket")"
+[[ -d "$(dirname "$socket")" ]] || mkdir -m 700 "$(dirname "$socket")"
 rm -f "$socket"
 folder="$(mktemp -d)"
 trap 'rm -rf "$folder"; rm -f "$socket"' EXIT
