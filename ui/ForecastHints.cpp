@@ -32,7 +32,7 @@ QString forecastToolTip(const Forecast& forecast, qint32 queueNumber, const QStr
             text += u"\n"_s + title
                     + u" has not run here before and the settings give it no default time"_s;
         if (forecast.ifStartedNow)
-            text += u"\nif the run started now"_s;
+            text += u", if the run started now"_s;
         return text;
     }
     return {};
