@@ -49,11 +49,11 @@ def spinlane_ini(path, version):
 class Web:
     """spinlane-web as a program of its own."""
 
-    def __init__(self, program, folder, listen="127.0.0.1:0"):
-        self.errors = open(os.path.join(folder, "web.err"), "a+")
-        config = os.path.join(folder, "web.conf")
+    def __init__(self, program, folder, listen="127.0.0.1:0", settings="", name="web"):
+        self.errors = open(os.path.join(folder, name + ".err"), "a+")
+        config = os.path.join(folder, name + ".conf")
         with open(config, "w") as f:
-            f.write("[web]\nInstrument=nmr400\n")
+            f.write("[web]\nInstrument=nmr400\n" + settings)
         self.process = subprocess.Popen([program, "--config", config, "--listen", listen],
                                         stderr=subprocess.PIPE, text=True)
         line = self.process.stderr.readline()
@@ -219,6 +219,27 @@ def inside_lab(web_program, runner, screenshots):
         web = Web(web_program, folder, "127.0.0.1:%d" % web.port)
         until("the notice gone", lambda: not notice(), 30)
         until("the state again", lambda: run_state().lower() == "finished")
+
+        # Where names and users are private: no such columns, and a user's link still finds
+        # exactly that user's items.
+        private = Web(web_program, folder, settings="HideSampleNames=true\nHideUsers=true\n",
+                      name="private")
+        try:
+            driver.get("http://127.0.0.1:%d/?user=ANN" % private.port)
+            until("ann's cards without user IDs", lambda: [
+                c.get_attribute("data-number") for c in
+                driver.find_elements(By.CSS_SELECTOR, "#mineCards article")] == ["1", "3"])
+            expect("the columns", [th.get_attribute("textContent") for th in
+                                   driver.find_elements(By.CSS_SELECTOR, "#queue th")],
+                   ["No.", "Pos.", "Experiment", "Status", "Expected start", "Expected end"])
+            expect("ann's rows", rows(), ["1", "3"])
+            for hidden in ("Caffeine", "Menthol", "bob"):
+                if hidden in driver.page_source:
+                    raise AssertionError(hidden + " reached the private page")
+        finally:
+            private.stop()
+        driver.get(url)
+        until("every item again", lambda: rows() == ["1", "2", "3"])
 
         # Spinlane ends: the page says so and keeps the last queue, greyed, as of when it was
         # last heard, never "the queue is empty".
