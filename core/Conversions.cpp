@@ -263,10 +263,8 @@ QString clockTime(const QDateTime& dateTime, const QLocale& locale, QDate today)
     const QDateTime rounded = QDateTime::fromSecsSinceEpoch(minutes * 60);
     const bool twelveHour =
         locale.timeFormat(QLocale::ShortFormat).contains(u"a"_s, Qt::CaseInsensitive);
-    const QString clock =
-        locale.toString(rounded.time(), twelveHour ? u"h:mm AP"_s : u"HH:mm"_s);
-    return rounded.date() == today ? clock
-                                   : rounded.date().toString(Qt::ISODate) + u' ' + clock;
+    const QString clock = locale.toString(rounded.time(), twelveHour ? u"h:mm AP"_s : u"HH:mm"_s);
+    return rounded.date() == today ? clock : rounded.date().toString(Qt::ISODate) + u' ' + clock;
 }
 
 } // namespace spinlane

@@ -140,7 +140,8 @@ private Q_SLOTS:
         QTest::newRow("12-hour locale") << QTime(21, 59, 54) << 0 << us << u"10:00 PM"_s;
         QTest::newRow("24-hour locale") << QTime(9, 4, 10) << 0 << de << u"09:04"_s;
         QTest::newRow("other day") << QTime(8, 0) << 1 << c << u"2026-11-26 08:00"_s;
-        QTest::newRow("rounds into tomorrow") << QTime(23, 59, 40) << 0 << c << u"2026-11-26 00:00"_s;
+        QTest::newRow("rounds into tomorrow")
+            << QTime(23, 59, 40) << 0 << c << u"2026-11-26 00:00"_s;
     }
     void clockTime()
     {

@@ -11,9 +11,9 @@
 #include <QHelpEvent>
 #include <QProgressBar>
 #include <QRegularExpression>
+#include <QStatusBar>
 #include <QToolTip>
 #include <QTreeView>
-#include <QStatusBar>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -61,12 +61,14 @@ private Q_SLOTS:
         QVERIFY(!closedDuringRun && form->isVisible());
         const QString clock = u"\\d\\d:\\d\\d"_s;
         QVERIFY2(QRegularExpression(u"^Spinlane - queue expected to end "_s + clock + u"$"_s)
-                     .match(titleDuringRun).hasMatch(),
+                     .match(titleDuringRun)
+                     .hasMatch(),
                  qPrintable(titleDuringRun));
         QCOMPARE(toolTipsDuringRun.value(0), QString()); // done: the run skips it
         QVERIFY2(QRegularExpression(u"^Expected start "_s + clock + u", expected end "_s + clock
                                     + u"$"_s)
-                     .match(toolTipsDuringRun.value(1)).hasMatch(),
+                     .match(toolTipsDuringRun.value(1))
+                     .hasMatch(),
                  qPrintable(toolTipsDuringRun.value(1)));
         QCOMPARE(form->windowTitle(), u"Spinlane"_s); // stopped: no run goes on
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s}));

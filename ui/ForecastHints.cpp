@@ -43,8 +43,7 @@ QString forecastWindowTitle(const Forecast& forecast, const QString& programTitl
     if (forecast.ifStartedNow || forecast.items.empty()
         || !forecast.items.back().expectedEnd.isValid())
         return programTitle;
-    return programTitle + u" - queue expected to end "_s
-           + shown(forecast.items.back().expectedEnd);
+    return programTitle + u" - queue expected to end "_s + shown(forecast.items.back().expectedEnd);
 }
 
 } // namespace spinlane

@@ -35,7 +35,10 @@ public:
     using QTreeView::edit;
 
     // The tooltip of the row under the pointer, by its list row; empty for none.
-    void setRowToolTip(std::function<QString(int row)> toolTip) { m_rowToolTip = std::move(toolTip); }
+    void setRowToolTip(std::function<QString(int row)> toolTip)
+    {
+        m_rowToolTip = std::move(toolTip);
+    }
 
     bool isDragging() const { return m_dragging; }
     qint32 dropHighlight() const; // the list row a drop would land on; 0 for none

@@ -74,20 +74,20 @@ QJsonObject instrumentJson(const StatusMirror& mirror, const JsonOptions& option
     const int currentNumber = state.current.value(u"QueueNumber"_s).toInt();
     if (running && currentNumber != 0) {
         const QVariantMap expected = forecast.value(currentNumber);
-        current = QJsonObject{
-            {u"number"_s, currentNumber},
-            {u"position"_s, state.current.value(u"SamplePosition"_s).toInt()},
-            {u"sample"_s, sample(state.current.value(u"SampleName"_s).toString())},
-            {u"experiment"_s, state.current.value(u"Experiment"_s).toString()},
-            {u"user"_s, user(state.current.value(u"User"_s).toString())},
-            {u"status"_s, state.current.value(u"Status"_s).toString()},
-            {u"started"_s, isoTime(state.current.value(u"Started"_s).toString())},
-            {u"expectedEnd"_s, isoTime(expected.value(u"ExpectedEnd"_s).toString())},
-            {u"basis"_s, expected.value(u"Basis"_s, u"none"_s).toString()}};
+        current =
+            QJsonObject{{u"number"_s, currentNumber},
+                        {u"position"_s, state.current.value(u"SamplePosition"_s).toInt()},
+                        {u"sample"_s, sample(state.current.value(u"SampleName"_s).toString())},
+                        {u"experiment"_s, state.current.value(u"Experiment"_s).toString()},
+                        {u"user"_s, user(state.current.value(u"User"_s).toString())},
+                        {u"status"_s, state.current.value(u"Status"_s).toString()},
+                        {u"started"_s, isoTime(state.current.value(u"Started"_s).toString())},
+                        {u"expectedEnd"_s, isoTime(expected.value(u"ExpectedEnd"_s).toString())},
+                        {u"basis"_s, expected.value(u"Basis"_s, u"none"_s).toString()}};
     }
 
-    const QVariantMap last = !running || state.forecast.isEmpty() ? QVariantMap()
-                                                                  : state.forecast.last();
+    const QVariantMap last =
+        !running || state.forecast.isEmpty() ? QVariantMap() : state.forecast.last();
     return {{u"schema"_s, kSchema},
             {u"instrument"_s, options.instrument},
             {u"spinlane"_s, running},
@@ -106,8 +106,7 @@ QJsonObject instrumentJson(const StatusMirror& mirror, const JsonOptions& option
 
 QJsonObject userItemsJson(const StatusMirror& mirror, const QString& user)
 {
-    const InstrumentState& state =
-        mirror.state().spinlane ? mirror.state() : mirror.lastSeen();
+    const InstrumentState& state = mirror.state().spinlane ? mirror.state() : mirror.lastSeen();
     QJsonArray numbers;
     for (const QStringList& row : state.queue) {
         if (row.size() >= QueueList::ColumnCount && !user.isEmpty()
