@@ -254,4 +254,17 @@ QString isoDateTimeWithOffset(const QDateTime& dateTime)
            + QString::number(minutes % 60).rightJustified(2, u'0');
 }
 
+QString clockTime(const QDateTime& dateTime, const QLocale& locale, QDate today)
+{
+    if (!dateTime.isValid())
+        return {};
+    // Whole minutes since 1970, half a minute up (times before 1970 never occur here).
+    const qint64 minutes = (dateTime.toSecsSinceEpoch() + 30) / 60;
+    const QDateTime rounded = QDateTime::fromSecsSinceEpoch(minutes * 60);
+    const bool twelveHour =
+        locale.timeFormat(QLocale::ShortFormat).contains(u"a"_s, Qt::CaseInsensitive);
+    const QString clock = locale.toString(rounded.time(), twelveHour ? u"h:mm AP"_s : u"HH:mm"_s);
+    return rounded.date() == today ? clock : rounded.date().toString(Qt::ISODate) + u' ' + clock;
+}
+
 } // namespace spinlane

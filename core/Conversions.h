@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QLocale>
 #include <QString>
 #include <QStringView>
 
@@ -43,5 +44,12 @@ QString generalDate(const QDateTime& dateTime);
 // ISO 8601 to the second with the offset from UTC ("2026-11-25T10:15:02+01:00"), whatever the
 // time's kind; empty for an invalid time.
 QString isoDateTimeWithOffset(const QDateTime& dateTime);
+
+// An expected or past time as every Spinlane program shows it to the minute: rounded to the
+// nearest minute (half a minute up, so 21:59:30 shows as 22:00 and 21:59:29 as 21:59), in local
+// time, with the hours as `locale` writes them (12-hour with AM/PM where its short time format
+// has them, else 24-hour), and the date in front ("2026-11-26 ") when it is not `today`. The web
+// page follows the same rule with the browser's convention. Empty for an invalid time.
+QString clockTime(const QDateTime& dateTime, const QLocale& locale, QDate today);
 
 } // namespace spinlane

@@ -57,7 +57,7 @@ public:
     const MqttClient& client() const { return m_client; }
 
     // Full: every instrument's JSON as it published it (an offline one's run state "unknown").
-    // Summary: the same without "queue", with "queueLength" and "waiting" (items not done) in
+    // Summary: the same without "queue", with "queueLength" and "waiting" (items neither done nor being run) in
     // its place, for the cards and the live channel.
     enum class Detail { Full, Summary };
     QByteArray facilityJson(Detail detail = Detail::Full) const;

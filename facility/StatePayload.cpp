@@ -113,7 +113,7 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
         if (!item)
             return fault(PayloadFault::Malformed,
                          QStringLiteral("queue item %1 is not an item").arg(state.queue.size() + 1));
-        if (item->status != u"Done")
+        if (item->status != u"Done" && item->status != u"In progress")
             ++state.waiting;
         state.queue.append(std::move(*item));
     }

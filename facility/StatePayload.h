@@ -32,7 +32,7 @@ struct InstrumentState {
     QString queueEnd;
     std::optional<StateItem> current;
     QVector<StateItem> queue;
-    int waiting = 0; // queue items not done
+    int waiting = 0; // queue items neither done nor being run
 };
 
 enum class PayloadFault { None, Malformed, Oversized, Foreign };

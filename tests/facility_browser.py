@@ -122,6 +122,9 @@ def main():
               lambda: text("nmr400", ".current") == "002 nmr400-S2 PROTON · bob")
         until("nmr600's queue length",
               lambda: text("nmr600", ".length") == "2 waiting of 3 in the queue")
+        # The item being run is not waiting any more.
+        until("nmr400's queue length",
+              lambda: text("nmr400", ".length") == "2 waiting of 4 in the queue")
 
         # One instrument's whole queue on a click.
         until("a click on nmr600", lambda: card("nmr600").click() or True)
@@ -132,8 +135,9 @@ def main():
         until("nmr600's queue", lambda: samples_in("queue") == ["nmr600-S1", "nmr600-S2",
                                                                "nmr600-S3"])
 
-        # My samples: bob's items not done on both instruments, soonest expected start first.
-        driver.find_element(By.ID, "mine").send_keys("bob")
+        # My samples, opened by a link: bob's items not done on both instruments, soonest
+        # expected start first.
+        driver.get("http://127.0.0.1:%s/?user=bob" % match.group(1))
         until("bob's samples", lambda: samples_in("samples") ==
               ["nmr400-S2", "nmr600-S3", "nmr400-S4"])
 

@@ -6,7 +6,8 @@
 //
 // Exits with 0 when the run log ends with the done banner. With --publish it serves Spinlane's
 // status on the bus as Spinlane does, from before the run until SIGTERM or SIGINT, for the
-// clients of the status interface (spinlane-web's tests and package check).
+// clients of the status interface (spinlane-web's tests and package check). With --real-time the
+// runner keeps real time, so the forecast's times are true ones (scripts/try-facility.sh).
 
 #include "core/RuntimeError.h"
 #include "core/ShutdownSignals.h"
@@ -37,8 +38,9 @@ int main(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     QStringList arguments = app.arguments().mid(1);
     const bool publish = arguments.removeAll(u"--publish"_s) > 0;
+    const bool realTime = arguments.removeAll(u"--real-time"_s) > 0;
     if (arguments.size() != 1) {
-        std::fprintf(stderr, "usage: run_queue_on_lab [--publish] SETTINGS-FILE\n");
+        std::fprintf(stderr, "usage: run_queue_on_lab [--publish] [--real-time] SETTINGS-FILE\n");
         return 2;
     }
     // The settings file is chosen as a person would, in the dialog after the first question.
@@ -47,7 +49,7 @@ int main(int argc, char* argv[])
     testing::ScriptedFileDialogs dialogs;
     dialogs.queueChoice(arguments.first());
     testing::MemorySettingsStore store;
-    testing::ScaledClock clock(20);
+    testing::ScaledClock clock(realTime ? 1 : 20);
     installSeams({&boxes, &dialogs, &store, &clock, nullptr, nullptr});
     DBusAutomation automation;
     installAutomation(&automation);

@@ -122,6 +122,37 @@ private Q_SLOTS:
                      time.addMSecs(-time.time().msec()));
         QCOMPARE(isoDateTimeWithOffset({}), QString());
     }
+
+    // The one rule for shown times: to the nearest minute, the locale's 12 or 24 hours, the date
+    // when it is not today.
+    void clockTime_data()
+    {
+        QTest::addColumn<QTime>("time");
+        QTest::addColumn<int>("daysAhead");
+        QTest::addColumn<QLocale>("locale");
+        QTest::addColumn<QString>("shown");
+        const QLocale c = QLocale::c();
+        const QLocale us(QLocale::English, QLocale::UnitedStates);
+        const QLocale de(QLocale::German, QLocale::Germany);
+        QTest::newRow("seconds round up") << QTime(21, 59, 54) << 0 << c << u"22:00"_s;
+        QTest::newRow("half a minute up") << QTime(21, 59, 30) << 0 << c << u"22:00"_s;
+        QTest::newRow("under half down") << QTime(21, 59, 29, 999) << 0 << c << u"21:59"_s;
+        QTest::newRow("12-hour locale") << QTime(21, 59, 54) << 0 << us << u"10:00 PM"_s;
+        QTest::newRow("24-hour locale") << QTime(9, 4, 10) << 0 << de << u"09:04"_s;
+        QTest::newRow("other day") << QTime(8, 0) << 1 << c << u"2026-11-26 08:00"_s;
+        QTest::newRow("rounds into tomorrow")
+            << QTime(23, 59, 40) << 0 << c << u"2026-11-26 00:00"_s;
+    }
+    void clockTime()
+    {
+        QFETCH(QTime, time);
+        QFETCH(int, daysAhead);
+        QFETCH(QLocale, locale);
+        const QDate today(2026, 11, 25);
+        QTEST(spinlane::clockTime(QDateTime(today.addDays(daysAhead), time), locale, today),
+              "shown");
+        QCOMPARE(spinlane::clockTime({}, locale, today), QString());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestConversions)

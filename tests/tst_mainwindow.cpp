@@ -8,8 +8,12 @@
 #include "ui/WindowLayout.h"
 #include "ui/frmAbout.h"
 
+#include <QHelpEvent>
 #include <QProgressBar>
+#include <QRegularExpression>
 #include <QStatusBar>
+#include <QToolTip>
+#include <QTreeView>
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -20,6 +24,18 @@ class TestMainWindow : public ProgramTest {
 
     int experimentsRun() { return int(lab().log.calls.count(u"Expedra.RunExperiment()"_s)); }
 
+    // The tooltip the list shows over a row, as the pointer resting there asks for it.
+    static QString rowToolTip(frmSpinlane* form, int row)
+    {
+        QTreeView* list = form->lvwSpinlane;
+        const QPoint at = list->visualRect(list->model()->index(row, 0)).center();
+        QHelpEvent help(QEvent::ToolTip, at, list->viewport()->mapToGlobal(at));
+        QCoreApplication::sendEvent(list->viewport(), &help);
+        const QString text = QToolTip::isVisible() ? QToolTip::text() : QString();
+        QToolTip::hideText();
+        return text;
+    }
+
 private Q_SLOTS:
     // Each run executes inside the click on the run button; Stop is clicked on the virtual clock
     // while an experiment runs (an item takes about a minute). The window cannot be closed then.
@@ -29,10 +45,32 @@ private Q_SLOTS:
         START_PROGRAM({{}, {}, {}});
         QPushButton* run = form->cmdStartQueue;
         bool closedDuringRun = true;
+        QString titleDuringRun;
+        QStringList toolTipsDuringRun;
         seams().time.afterMs(30'000, [&] { closedDuringRun = form->close(); });
-        seams().time.afterMs(90'000, [run] { click(run); });
+        seams().time.afterMs(90'000, [&] {
+            // Item 1 is done and has taught the forecast its title: the window says when the
+            // queue will end, and each row that is still to run when it will start and end.
+            titleDuringRun = form->windowTitle();
+            for (int row : {0, 2})
+                toolTipsDuringRun.append(rowToolTip(form, row));
+            click(run);
+        });
+        QCOMPARE(form->windowTitle(), u"Spinlane"_s); // no run: nothing expected yet
         click(run);
         QVERIFY(!closedDuringRun && form->isVisible());
+        const QString clock = u"\\d\\d:\\d\\d"_s;
+        QVERIFY2(QRegularExpression(u"^Spinlane - queue expected to end "_s + clock + u"$"_s)
+                     .match(titleDuringRun)
+                     .hasMatch(),
+                 qPrintable(titleDuringRun));
+        QCOMPARE(toolTipsDuringRun.value(0), QString()); // done: the run skips it
+        QVERIFY2(QRegularExpression(u"^Expected start "_s + clock + u", expected end "_s + clock
+                                    + u"$"_s)
+                     .match(toolTipsDuringRun.value(1))
+                     .hasMatch(),
+                 qPrintable(toolTipsDuringRun.value(1)));
+        QCOMPARE(form->windowTitle(), u"Spinlane"_s); // stopped: no run goes on
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Stopped"_s, u"Idle"_s}));
         QCOMPARE(run->text(), u"Continue Spinlane!"_s);
         QVERIFY(form->cmdStartOver->isVisible());

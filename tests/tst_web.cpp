@@ -291,7 +291,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("error"); // empty: accepted
         QTest::newRow("empty") << QString() << QString();
         QTest::newRow("everything") << u"[web]\nInstrument=nmr400, east\nListen=0.0.0.0:9000\n"
-                                       u"HideSampleNames=true\nMaxConnections=10\n"
+                                       u"HideSampleNames=true\nHideUsers=yes\nMaxConnections=10\n"
                                        u"MaxLiveClients=5\n"_s
                                     << QString();
         QTest::newRow("the settings file's section")
@@ -303,6 +303,8 @@ private Q_SLOTS:
                                      << u"[web] Listen: not ADDRESS:PORT"_s;
         QTest::newRow("bad Boolean") << u"[web]\nHideSampleNames=perhaps\n"_s
                                      << u"[web] HideSampleNames: needs true or false"_s;
+        QTest::newRow("bad Boolean of users") << u"[web]\nHideUsers=2\n"_s
+                                              << u"[web] HideUsers: needs true or false"_s;
         QTest::newRow("limit out of range") << u"[web]\nMaxConnections=0\n"_s
                                             << u"[web] MaxConnections: needs a whole number"_s;
         QTest::newRow("more live than connections")
@@ -327,6 +329,7 @@ private Q_SLOTS:
             QCOMPARE(settings->address, QHostAddress(QHostAddress::AnyIPv4));
             QCOMPARE(settings->port, 9000);
             QVERIFY(settings->hideSampleNames);
+            QVERIFY(settings->hideUsers);
             QCOMPARE(settings->maxConnections, 10);
             QCOMPARE(settings->maxLiveClients, 5);
         } else {
@@ -334,6 +337,7 @@ private Q_SLOTS:
             QCOMPARE(settings->address, QHostAddress(QHostAddress::LocalHost));
             QCOMPARE(settings->port, 8470);
             QVERIFY(!settings->hideSampleNames);
+            QVERIFY(!settings->hideUsers);
         }
     }
 
@@ -413,6 +417,9 @@ private Q_SLOTS:
             const QJsonObject current = instrument[u"current"_s].toObject();
             QCOMPARE(current[u"number"_s], 3);
             QCOMPARE(current[u"status"_s], u"Done"_s);
+            // Each item ended while the copy watched: when, for "done 14:36" on the page.
+            for (const QJsonValue& item : queue)
+                QVERIFY(QDateTime::fromString(item[u"ended"_s].toString(), Qt::ISODate).isValid());
             QVERIFY(QDateTime::fromString(current[u"started"_s].toString(), Qt::ISODateWithMs)
                         .isValid());
             QVERIFY(QDateTime::fromString(instrument[u"updated"_s].toString(), Qt::ISODateWithMs)
@@ -439,7 +446,16 @@ private Q_SLOTS:
         // Spinlane ends, and comes back.
         QTRY_COMPARE_WITH_TIMEOUT(live.instrument()[u"spinlane"_s], false, 10000);
         QCOMPARE(live.instrument()[u"runState"_s], u"unknown"_s);
-        QCOMPARE(live.instrument()[u"queue"_s].toArray().size(), 0);
+        // The queue is still in the settings file: the last one seen stays, "as of" a time,
+        // without expected times, the ends kept.
+        const QJsonObject gone = live.instrument();
+        const QJsonArray lastQueue = gone[u"queue"_s].toArray();
+        QCOMPARE(lastQueue.size(), 3);
+        QVERIFY(QDateTime::fromString(gone[u"asOf"_s].toString(), Qt::ISODate).isValid());
+        QCOMPARE(gone[u"current"_s], QJsonValue::Null);
+        QCOMPARE(gone[u"queueEnd"_s], u""_s);
+        QCOMPARE(lastQueue[2][u"status"_s], u"Done"_s);
+        QVERIFY(!lastQueue[2][u"ended"_s].toString().isEmpty());
         QCOMPARE(json(request(web.url(u"/api/v1/instrument"_s)).body)[u"spinlane"_s], false);
         Spinlane again(writeSpinlaneIni(dir, queueOf({u"Idle"_s, u"Idle"_s})));
         QTRY_VERIFY_WITH_TIMEOUT(live.instrument()[u"spinlane"_s] == true
@@ -450,9 +466,13 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(!late.messages.isEmpty(), 10000);
         QCOMPARE(late.instrument(), live.instrument());
 
-        // Where sample names are confidential, they are left out everywhere.
+        QCOMPARE(live.instrument()[u"asOf"_s], u""_s);
+
+        // Where sample names and users are confidential, they are left out everywhere; a user
+        // still finds their own items by the exact ID (case aside), and nobody else's.
         QTemporaryDir hiddenDir;
-        Web hidden(writeWebConf(hiddenDir, u"[web]\nHideSampleNames=true\n"_s));
+        Web hidden(writeWebConf(
+            hiddenDir, u"[web]\nInstrument=nmr400\nHideSampleNames=true\nHideUsers=true\n"_s));
         QVERIFY2(hidden.port, qPrintable(hidden.errors()));
         LiveClient hiddenLive(hidden.url({}));
         QTRY_VERIFY_WITH_TIMEOUT(hiddenLive.instrument()[u"queue"_s].toArray().size() == 2, 10000);
@@ -460,6 +480,15 @@ private Q_SLOTS:
         QVERIFY(api.contains("\"sample\":\"\"") && !api.contains("Sample 2")
                 && !api.contains("<script>"));
         QVERIFY(!hiddenLive.texts.join(QString()).contains(u"Sample 2"_s));
+        QVERIFY(api.contains("\"user\":\"\"") && !api.contains("ann"));
+        QVERIFY(!hiddenLive.texts.join(QString()).contains(u"ann"_s));
+        const auto numbersOf = [&hidden](const QString& user) {
+            return json(request(hidden.url(u"/api/v1/instrument/users/"_s + user)).body)
+                [u"numbers"_s].toArray();
+        };
+        QCOMPARE(numbersOf(u"ANN"_s), (QJsonArray{1, 2}));
+        QCOMPARE(numbersOf(u"an"_s), QJsonArray());
+        QCOMPARE(numbersOf(u"ann2"_s), QJsonArray());
     }
 
     // What every answer carries, and what other methods get.

@@ -14,6 +14,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QStyle>
+#include <QToolTip>
 
 #include <algorithm>
 #include <vector>
@@ -143,6 +144,20 @@ qint32 QueueView::dropHighlight() const
 }
 
 // Mouse ----------------------------------------------------------------------------------------
+
+bool QueueView::viewportEvent(QEvent* event)
+{
+    if (event->type() != QEvent::ToolTip || !m_rowToolTip)
+        return QTreeView::viewportEvent(event);
+    const auto* help = static_cast<QHelpEvent*>(event);
+    const QModelIndex index = indexAt(help->pos());
+    const QString text = index.isValid() ? m_rowToolTip(index.row()) : QString();
+    if (text.isEmpty())
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(), text, viewport(), visualRect(index));
+    return true;
+}
 
 void QueueView::mousePressEvent(QMouseEvent* event)
 {

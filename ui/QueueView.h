@@ -3,6 +3,8 @@
 #include <QPersistentModelIndex>
 #include <QTreeView>
 
+#include <functional>
+
 namespace spinlane {
 
 class QueueList;
@@ -32,6 +34,12 @@ public:
 
     using QTreeView::edit;
 
+    // The tooltip of the row under the pointer, by its list row; empty for none.
+    void setRowToolTip(std::function<QString(int row)> toolTip)
+    {
+        m_rowToolTip = std::move(toolTip);
+    }
+
     bool isDragging() const { return m_dragging; }
     qint32 dropHighlight() const; // the list row a drop would land on; 0 for none
 
@@ -40,6 +48,7 @@ Q_SIGNALS:
     void queueNumberTyped(const QString& text);
 
 protected:
+    bool viewportEvent(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
@@ -66,6 +75,7 @@ private:
     QPersistentModelIndex m_draggedItem;
     bool m_dragging = false;
     QPersistentModelIndex m_dropHighlight;
+    std::function<QString(int row)> m_rowToolTip;
 };
 
 } // namespace spinlane

@@ -9,11 +9,13 @@
 #include "queue/QueueReorder.h"
 #include "queue/QueueStore.h"
 #include "queue/StatusBar.h"
+#include "runner/Forecast.h"
 #include "runner/ProgramLinks.h"
 #include "runner/RunControls.h"
 #include "runner/RunQueue.h"
 #include "settings/RecoveryJournal.h"
 #include "settings/Settings.h"
+#include "ui/ForecastHints.h"
 #include "ui/ItemDialogControl.h"
 #include "ui/Login.h"
 #include "ui/QueueView.h"
@@ -35,6 +37,7 @@
 #include <QPushButton>
 #include <QStatusBar>
 #include <QStyle>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -109,6 +112,29 @@ frmSpinlane::frmSpinlane(QWidget* parent)
     connect(&gStatusBar, &StatusBar::changed, this, [this] { showStatusBar(); });
     showRunControls();
     showStatusBar();
+
+    // The forecast, an addition to the classic window: each row's tooltip, and the queue's
+    // expected end in the title while a run goes on (checked on every change of the list or the
+    // run controls, and every 15 seconds, so the minute shown follows the run).
+    lvwSpinlane->setRowToolTip([this](int row) { return rowForecastToolTip(row); });
+    connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [this] { showForecastTitle(); });
+    auto* forecastTimer = new QTimer(this);
+    forecastTimer->setInterval(15000);
+    connect(forecastTimer, &QTimer::timeout, this, [this] { showForecastTitle(); });
+    forecastTimer->start();
+}
+
+void frmSpinlane::showForecastTitle()
+{
+    setWindowTitle(forecastWindowTitle(forecastNow(), programTitle()));
+}
+
+QString frmSpinlane::rowForecastToolTip(int row) const
+{
+    const QAbstractItemModel* model = lvwSpinlane->model();
+    const qint32 number = model->index(row, QueueList::QueueNumColumn).data().toString().toInt();
+    const QString title = model->index(row, QueueList::ExpTitleColumn).data().toString();
+    return forecastToolTip(forecastNow(), number, title);
 }
 
 frmSpinlane::~frmSpinlane() = default;
@@ -357,6 +383,7 @@ std::optional<WindowPosition> frmSpinlane::restoredPosition() const
 
 void frmSpinlane::showRunControls()
 {
+    showForecastTitle();
     cmdStartQueue->setText(gRunControls.startQueueCaption());
     cmdStartQueue->setToolTip(gRunControls.startQueueToolTip());
     cmdStartOver->setVisible(gRunControls.startOverVisible());

@@ -92,6 +92,8 @@ private:
     void createStatusBar();
     void showRunControls();
     void showStatusBar();
+    void showForecastTitle();
+    QString rowForecastToolTip(int row) const;
     void Form_Unload(QCloseEvent* event);
     void setLogEnabled(QAction* item);
     void setExpQueueOnly(bool on);

@@ -10,9 +10,20 @@ namespace spinlane::web {
 
 inline constexpr int kSchema = 1;
 
-// Without "updated", which the caller adds: the time the copy last changed.
-QJsonObject instrumentJson(const InstrumentState& state, const QString& instrument,
-                           bool hideSampleNames);
+struct JsonOptions {
+    QString instrument;
+    bool hideSampleNames = false; // every item's "sample" is ""
+    bool hideUsers = false; // every item's "user" is ""; userItemsJson() still finds them
+};
+
+// Without "updated", which the caller adds: the time the copy last changed. While Spinlane is not
+// running, the queue is the last one the mirror saw (without expected times) and "asOf" says when
+// that was.
+QJsonObject instrumentJson(const StatusMirror& mirror, const JsonOptions& options);
+
+// The queue numbers of `user`'s items (the ID compared whole, without regard to case), for
+// /api/v1/instrument/users/ID: how "my samples" finds a user's items when IDs are hidden.
+QJsonObject userItemsJson(const StatusMirror& mirror, const QString& user);
 
 // A time from Spinlane (ISO 8601) as the API writes it: with its offset, "" when unknown.
 QString isoTime(const QString& text);

@@ -55,12 +55,17 @@ StatusMirror::StatusMirror(const QDBusConnection& bus, QObject* parent)
     refreshSoon();
 }
 
-void StatusMirror::itemStatusChanged(int, const QString&, const QString&, const QString& status)
+void StatusMirror::itemStatusChanged(int queueNumber, const QString&, const QString&,
+                                     const QString& status)
 {
     if (status == u"Done"_s)
         ++m_done;
     else if (status == u"Failed"_s)
         ++m_failed;
+    if (status == u"Done"_s || status == u"Failed"_s)
+        m_ended.insert(queueNumber, QDateTime::currentDateTime());
+    else
+        m_ended.remove(queueNumber);
     refreshSoon();
 }
 
@@ -144,6 +149,11 @@ void StatusMirror::spinlaneGone()
 
 void StatusMirror::publish(const InstrumentState& state)
 {
+    // The last state is "as of" the moment Spinlane was last heard, or left.
+    if (state.spinlane)
+        m_lastSeen = state;
+    if (state.spinlane || m_state.spinlane)
+        m_lastSeenAt = QDateTime::currentDateTime();
     if (state == m_state)
         return;
     m_state = state;

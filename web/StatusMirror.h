@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QDateTime>
+#include <QHash>
 #include <QObject>
 #include <QStringList>
 #include <QTimer>
@@ -37,6 +38,13 @@ public:
     explicit StatusMirror(const QDBusConnection& bus, QObject* parent = nullptr);
 
     const InstrumentState& state() const { return m_state; }
+    // The last state in which Spinlane answered, and when that was: the queue the page keeps,
+    // greyed, while Spinlane is not running (the settings file still holds it).
+    const InstrumentState& lastSeen() const { return m_lastSeen; }
+    QDateTime lastSeenAt() const { return m_lastSeenAt; }
+    // When items ended "Done" or "Failed", by queue number, as far as the mirror saw them end;
+    // an item that ends otherwise or runs again loses its time.
+    const QHash<int, QDateTime>& ended() const { return m_ended; }
     // Items seen ending "Done" and "Failed" since the mirror started.
     qint64 itemsDone() const { return m_done; }
     qint64 itemsFailed() const { return m_failed; }
@@ -63,6 +71,9 @@ private:
     QTimer m_soon; // gathers a burst of signals into one re-read
     QTimer m_retry; // after a call that timed out
     InstrumentState m_state;
+    InstrumentState m_lastSeen;
+    QDateTime m_lastSeenAt;
+    QHash<int, QDateTime> m_ended;
     QList<QDBusPendingCallWatcher*> m_pending; // the calls of the re-read under way
     bool m_again = false; // a signal came while a re-read was under way
     quint64 m_generation = 0; // bumped when Spinlane leaves: older answers are dropped

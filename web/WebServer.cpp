@@ -43,6 +43,9 @@ QByteArray brokerMetric(const QString& instrument, bool connected)
            + name + "\"} " + (connected ? "1\n" : "0\n");
 }
 
+// "My samples" asks here which items are a user's, since the page may not carry user IDs.
+const QString kUserItemsPath = u"/api/v1/instrument/users/"_s;
+
 HttpReply text(int status, const QByteArray& body)
 {
     return {status, "text/plain; charset=utf-8", body, true};
@@ -83,8 +86,8 @@ bool WebServer::listen(QString* error)
 
 void WebServer::statusChanged()
 {
-    const QJsonObject json =
-        instrumentJson(m_mirror.state(), m_settings.instrument, m_settings.hideSampleNames);
+    const QJsonObject json = instrumentJson(
+        m_mirror, {m_settings.instrument, m_settings.hideSampleNames, m_settings.hideUsers});
     if (json == m_lastJson && !m_instrument.isEmpty())
         return;
     m_lastJson = json;
@@ -104,6 +107,11 @@ HttpReply WebServer::answer(const QString& path) const
 {
     if (path == u"/api/v1/instrument"_s)
         return {200, "application/json", m_instrument, true};
+    if (path.startsWith(kUserItemsPath)) {
+        const QString user = path.mid(kUserItemsPath.size());
+        return {200, "application/json",
+                QJsonDocument(userItemsJson(m_mirror, user)).toJson(QJsonDocument::Compact), true};
+    }
     if (path == u"/metrics"_s) {
         const MetricsInput input{m_mirror.state(),         m_settings.instrument,
                                  m_mirror.itemsDone(),     m_mirror.itemsFailed(),

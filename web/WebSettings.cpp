@@ -104,7 +104,8 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
         }
     }
     ini.beginGroup(kSection);
-    QStringList known{u"Mode"_s, u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s};
+    QStringList known{u"Mode"_s, u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s,
+                      u"HideUsers"_s};
     for (const Number& number : kNumbers)
         known.append(QLatin1StringView(number.key));
     for (const QString& key : ini.childKeys()) {
@@ -119,11 +120,14 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     if (ini.contains(u"Listen"_s)
         && !parseListen(textOf(ini.value(u"Listen"_s)), &settings.address, &settings.port))
         return fail(u"Listen"_s, u"not ADDRESS:PORT"_s);
-    if (ini.contains(u"HideSampleNames"_s)) {
-        const auto hide = parseBoolean(textOf(ini.value(u"HideSampleNames"_s)));
+    for (const auto& [key, field] : {std::pair{u"HideSampleNames"_s, &WebSettings::hideSampleNames},
+                                     std::pair{u"HideUsers"_s, &WebSettings::hideUsers}}) {
+        if (!ini.contains(key))
+            continue;
+        const auto hide = parseBoolean(textOf(ini.value(key)));
         if (!hide)
-            return fail(u"HideSampleNames"_s, u"needs true or false"_s);
-        settings.hideSampleNames = *hide;
+            return fail(key, u"needs true or false"_s);
+        settings.*field = *hide;
     }
     for (const Number& number : kNumbers) {
         const QString key = QLatin1StringView(number.key);

@@ -21,6 +21,7 @@ struct WebSettings {
     QHostAddress address = QHostAddress::LocalHost;
     quint16 port = 8470;
     bool hideSampleNames = false;
+    bool hideUsers = false; // other users' IDs; a user still finds their own items by exact ID
     // Limits, so that stuck or hostile clients cannot take the service down.
     int maxConnections = 512; // open connections of every kind
     int maxLiveClients = 256; // of them, live channels

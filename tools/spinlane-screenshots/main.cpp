@@ -13,17 +13,21 @@
 #include "support/FakePrograms.h"
 #include "support/ScriptedSeams.h"
 #include "ui/ItemDialogControl.h"
+#include "ui/QueueView.h"
 #include "ui/frmItemDialog.h"
 #include "ui/frmSpinlane.h"
 
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QHelpEvent>
 #include <QImage>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <QToolTip>
+#include <QTreeView>
 
 #include <cstdio>
 
@@ -65,8 +69,20 @@ QByteArray settingsFile()
             << "/korvo/Data/" << item.user << "/" << QString::fromLatin1(item.name).toLower() << "-"
             << n << ".kvd\r\nStatus=" << item.status << "\r\n";
     }
+    // The lab's default experiment times, so that the forecast has times to show.
+    out << "[Forecast]\r\nPROTON=90\r\nCARBON=1800\r\nCOSY=600\r\nHSQC=1200\r\n";
     out.flush();
     return text;
+}
+
+// The tooltip on show, if any: a window of its own, which a window's picture leaves out.
+QWidget* shownToolTip()
+{
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->isVisible() && widget->inherits("QTipLabel"))
+            return widget;
+    }
+    return nullptr;
 }
 
 bool save(QWidget& window, const QString& folder, const QString& name)
@@ -77,6 +93,8 @@ bool save(QWidget& window, const QString& folder, const QString& name)
         image.setDevicePixelRatio(scale);
         image.fill(Qt::transparent);
         window.render(&image);
+        if (QWidget* tip = shownToolTip())
+            tip->render(&image, window.mapFromGlobal(tip->pos()));
         const QString path = QDir(folder).filePath(name + (scale == 1 ? u".png"_s : u"@2x.png"_s));
         ok = image.save(path) && ok;
         std::printf("%s\n", qPrintable(path));
@@ -129,6 +147,14 @@ int main(int argc, char* argv[])
 
     form->resize(form->width() + 240, form->height() + 160);
     ok = save(*form, folder, u"queue-larger"_s) && ok;
+
+    // The forecast in the tooltip of a waiting row, as the pointer rests on it.
+    QTreeView* list = form->lvwSpinlane;
+    const QPoint at = list->visualRect(list->model()->index(5, 1)).center();
+    QHelpEvent help(QEvent::ToolTip, at, list->viewport()->mapToGlobal(at));
+    QCoreApplication::sendEvent(list->viewport(), &help);
+    ok = save(*form, folder, u"queue-tooltip"_s) && ok;
+    QToolTip::hideText();
 
     // A new item for a queued sample, with an experiment that needs the lock.
     messageBoxes.queueAnswer(MsgAnswer::No); // "Do you want to insert an item?"

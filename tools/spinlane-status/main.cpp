@@ -2,6 +2,7 @@
 // or a watchdog script.
 
 #include "core/CommandLine.h"
+#include "core/Conversions.h"
 #include "core/TextTable.h"
 #include "status/StatusBus.h"
 #include "core/Console.h"
@@ -82,9 +83,10 @@ QHash<int, Expected> expectedTimes(bool& ifStartedNow)
     const auto shown = [](const QString& iso) {
         if (iso.isEmpty())
             return u"?"_s;
-        const QDateTime time = QDateTime::fromString(iso, Qt::ISODate).toLocalTime();
-        return time.toString(time.date() == QDate::currentDate() ? u"HH:mm"_s
-                                                                 : u"yyyy-MM-dd HH:mm"_s);
+        // The rule the web page shares: the nearest minute, the locale's 12 or 24 hours.
+        const QString shown = clockTime(QDateTime::fromString(iso, Qt::ISODate), QLocale::system(),
+                                        QDate::currentDate());
+        return shown.isEmpty() ? u"?"_s : shown;
     };
     for (const QVariantMap& item : argumentAs<QList<QVariantMap>>(
              callSpinlane(kStatusInterface, u"Forecast"_s).arguments().first())) {
