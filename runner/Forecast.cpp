@@ -68,9 +68,14 @@ Estimate fromRuns(const std::vector<double>& sorted, Basis basis,
     if (sorted.empty())
         return {};
     Estimate e{centre(sorted), basis, int(sorted.size())};
-    const double few = e.runs < kSpreadRuns ? kFewRunsSpread * e.seconds : 0;
-    e.below = std::min(std::max(e.seconds - quantile(sorted, 0.1), few), e.seconds);
-    e.above = std::max(quantile(sorted, 0.9) - e.seconds, few);
+    double sum = 0;
+    for (double seconds : sorted)
+        sum += seconds;
+    const double mean = sum / double(sorted.size());
+    e.shift = mean - e.seconds;
+    const double few = e.runs < kSpreadRuns ? kFewRunsSpread * mean : 0;
+    e.below = std::min(std::max(mean - quantile(sorted, 0.1), few), mean);
+    e.above = std::max(quantile(sorted, 0.9) - mean, few);
     return e;
 }
 
@@ -114,7 +119,8 @@ Estimate DurationModel::experimentLeft(const QString& title, bool sameSample, do
     if (!e.known())
         return e;
     e.seconds = std::max(e.seconds - elapsed, kRemainingFloorSeconds);
-    e.below = std::min(e.below, e.seconds);
+    e.shift = std::max(e.shift, -e.seconds);
+    e.below = std::min(e.below, e.seconds + e.shift);
     return e;
 }
 
@@ -150,15 +156,17 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
     Forecast forecast;
     forecast.ifStartedNow = !in.running;
     QDateTime clock = in.now; // when the next item is taken up; invalid once unknown
-    // The sums of the squared distances from the estimate to the 10th and the 90th percentile of
-    // the items ahead: independent times add their variances.
+    // Over the items ahead: the sum of their means less their estimates, and the sums of the
+    // squared distances from their means to their 10th and 90th percentiles, as independent
+    // times add their variances.
+    double shift = 0;
     double below2 = 0;
     double above2 = 0;
     const auto range = [&](const QDateTime& time, QDateTime& earliest, QDateTime& latest) {
         if (!time.isValid())
             return;
-        earliest = std::max(after(time, -std::sqrt(below2)), in.now);
-        latest = after(time, std::sqrt(above2));
+        earliest = std::max(after(time, shift - std::sqrt(below2)), in.now);
+        latest = after(time, shift + std::sqrt(above2));
     };
     qint32 previousSample = 0;
     qint32 first = std::max(in.firstItem, 1);
@@ -180,6 +188,7 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         if (left.known()) {
             item.expectedEnd = after(in.now, left.seconds);
             item.expectedSeconds = qint32(std::lround(secondsBetween(start, item.expectedEnd)));
+            shift = left.shift;
             below2 = left.below * left.below;
             above2 = left.above * left.above;
             range(item.expectedEnd, item.earliestEnd, item.latestEnd);
@@ -205,6 +214,7 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         range(clock, item.earliestStart, item.latestStart);
         if (estimate.known()) {
             item.expectedSeconds = qint32(std::lround(estimate.seconds));
+            shift += estimate.shift;
             below2 += estimate.below * estimate.below;
             above2 += estimate.above * estimate.above;
             if (clock.isValid())
@@ -285,6 +295,7 @@ Estimate HistoryModel::experimentLeft(const QString& title, bool sameSample, dou
         return fromRuns(left, Basis::History, robustMean);
     Estimate beyond = sameSample ? runs->sameEstimate : runs->freshEstimate;
     beyond.seconds = kRemainingFloorSeconds;
+    beyond.shift = 0;
     beyond.below = kRemainingFloorSeconds;
     beyond.above = std::max(beyond.above, kRemainingFloorSeconds);
     beyond.beyondRuns = true;

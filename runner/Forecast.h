@@ -33,7 +33,10 @@ struct Estimate {
     double seconds = -1; // -1: no estimate
     Basis basis = Basis::None;
     int runs = 0; // the past runs it was learned from
-    // How far the 10th and the 90th percentile of the time lie below and above `seconds`.
+    // The mean of the time less `seconds` (a robust mean or a median need not be its mean), and
+    // how far its 10th and its 90th percentile lie below and above that mean. Means add up over
+    // the items ahead where robust means do not, so the ranges centre on them.
+    double shift = 0;
     double below = 0;
     double above = 0;
     // The time left of a running item that has run longer than every past run of its kind.

@@ -444,9 +444,10 @@ private Q_SLOTS:
 
     // The range's arithmetic, worked by hand. A's runs are 100, 110, ..., 190 s: the mean of the
     // middle half 145, the 10th percentile 109 and the 90th 181, so 36 s either way. B's runs
-    // are 100, 120, ..., 280 s: 190, 72 s either way. Their 20 runs together: the median 160,
-    // the 10th percentile 109 and the 90th 242, for a title never run (typical). Items without
-    // sample handling, so that the experiment alone counts.
+    // are 100, 120, ..., 280 s: 190, 72 s either way. Their 20 runs together, for a title never
+    // run (typical): the median 160, the mean 167.5, the 10th percentile 109 and the 90th 242.
+    // A range centres on the sum of the means. Items without sample handling, so that the
+    // experiment alone counts.
     void forecastRanges_data()
     {
         QTest::addColumn<QString>("queue"); // title:status per item
@@ -459,13 +460,14 @@ private Q_SLOTS:
             << u"A:Idle B:Idle"_s << -1
             << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
                            u"2 145[109,181] 335[254.502,415.498] history/10"_s};
-        // X takes the typical 160 s, 51 s below and 82 above: sqrt(36² + 51²) = 62.426 and
-        // sqrt(36² + 82²) = 89.554; with the third item's 36 s, 72.062 and 96.519.
+        // X takes the typical 160 s; its range lies 58.5 s below and 74.5 s above its mean, 7.5 s
+        // later: 305 + 7.5 - sqrt(36² + 58.5²) = 243.810 and 312.5 + sqrt(36² + 74.5²) =
+        // 395.242; with the third item's 36 s, 457.5 - 77.552 and 457.5 + 90.234.
         QTest::newRow("unknown title between known ones")
             << u"A:Idle X:Idle A:Idle"_s << -1
             << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
-                           u"2 145[109,181] 305[242.574,394.554] typical/20"_s,
-                           u"3 305[242.574,394.554] 450[377.938,546.519] history/10"_s};
+                           u"2 145[109,181] 305[243.81,395.242] typical/20"_s,
+                           u"3 305[243.81,395.242] 450[379.948,547.734] history/10"_s};
         // Past its median, at 160 s: the runs of 160, 170, 180 and 190 s leave 0, 10, 20 and
         // 30 s, the mean of the middle two 15, their 10th and 90th percentiles 3 and 27.
         // Behind it, sqrt(12² + 36²) = 37.947 either way.
