@@ -58,6 +58,11 @@ QJsonObject instrumentJson(const InstrumentState& state, const QString& instrume
             {u"status"_s, row.at(QueueList::StatusColumn)},
             {u"expectedStart"_s, isoTime(expected.value(u"ExpectedStart"_s).toString())},
             {u"expectedEnd"_s, isoTime(expected.value(u"ExpectedEnd"_s).toString())},
+            {u"earliestStart"_s, isoTime(expected.value(u"EarliestStart"_s).toString())},
+            {u"latestStart"_s, isoTime(expected.value(u"LatestStart"_s).toString())},
+            {u"earliestEnd"_s, isoTime(expected.value(u"EarliestEnd"_s).toString())},
+            {u"latestEnd"_s, isoTime(expected.value(u"LatestEnd"_s).toString())},
+            {u"longerThanAnyRun"_s, expected.value(u"LongerThanAnyRun"_s).toBool()},
             {u"expectedSeconds"_s, expected.value(u"ExpectedSeconds"_s, -1).toInt()},
             {u"basis"_s, basis},
             {u"runs"_s, expected.value(u"Runs"_s, 0).toInt()}});
