@@ -8,6 +8,26 @@ function setText(id, text) { byId(id).textContent = text; }
 
 function mine() { return byId('mine').value.trim().toLowerCase(); }
 
+// The likely time and the range it falls in four times in five: the page shows the range where
+// it has room (page.css), the likely time where not.
+function rangedCell(row, likely, earliest, latest, className) {
+  const td = cell(row, '', className);
+  const time = localTime(likely);
+  const low = localTime(earliest);
+  const high = localTime(latest);
+  if (time && low && high && (low !== time || high !== time)) {
+    const range = document.createElement('span');
+    range.className = 'range';
+    range.textContent = low + '-' + high;
+    range.title = 'likely ' + time + '; four times in five between these';
+    td.appendChild(range);
+  }
+  const one = document.createElement('span');
+  one.className = 'likely';
+  one.textContent = time;
+  td.appendChild(one);
+}
+
 function renderQueue(data) {
   const body = document.querySelector('#queue tbody');
   const filter = mine();
@@ -29,8 +49,9 @@ function renderQueue(data) {
     const status = row.insertCell();
     status.className = 'status';
     status.appendChild(badge);
-    cell(row, localTime(item.expectedStart), 'optional');
-    cell(row, localTime(item.expectedEnd));
+    rangedCell(row, item.expectedStart, item.earliestStart, item.latestStart, 'optional');
+    if (item.longerThanAnyRun) cell(row, 'longer than any past run');
+    else rangedCell(row, item.expectedEnd, item.earliestEnd, item.latestEnd);
     rows.push(row);
     ++shown;
   }
