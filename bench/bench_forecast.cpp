@@ -379,14 +379,21 @@ WeekResult runWeek(WeekClock& clock, const QString& folder, Lab lab)
     WeekResult week;
     const NominalModel walkUp;
     const OracleModel oracle;
+    // Any change of the list (a submission too) is signalled; an item starts when it goes "In
+    // progress", not each time the list changes while it is.
+    qint32 running = 0;
     const QMetaObject::Connection watch =
         QObject::connect(&gQueueList, &QAbstractItemModel::dataChanged, [&] {
+            const auto inProgress = [](qint32 n) {
+                return n >= 1 && n <= gQueue.upperBound() && gQueue(n).Status == u"In progress"_s;
+            };
+            if (!inProgress(running))
+                running = 0;
             const qint32 n = gCurrentQueueNum;
-            if (n < 1 || n > gQueue.upperBound() || gQueue(n).Status != u"In progress"_s)
+            if (!inProgress(n) || n == running)
                 return;
+            running = n;
             std::vector<QDateTime>& starts = week.takenUp[n];
-            if (!starts.empty() && starts.back() == clock.now())
-                return;
             starts.push_back(clock.now());
             const std::size_t history = runHistory().size();
             if (history == 0) // the first item of the week
