@@ -10,7 +10,8 @@
 // starts, each forecast's expected start is compared with the real one. Printed side by side: the
 // median and the 90th percentile of |error| as a share of the time the item really waited, for
 // items at least 30 minutes ahead, after the first 20 items of history; beside them, for scale, an
-// oracle that knows the model's true mean times. Also the share of waits with an expected start,
+// oracle that knows the model's true mean times, and Spinlane's forecast without telling the
+// solvents apart (to show whether that pays). Also the share of waits with an expected start,
 // and the share of real starts inside Spinlane's 80 % range (after 20 items of history) for items
 // under 30 minutes, 30 minutes to 2 hours and more ahead.
 //
@@ -326,6 +327,7 @@ struct Prediction {
     qint32 item;
     std::size_t history; // runs recorded when it was made
     ForecastItem spinlane;
+    QDateTime plain; // Spinlane's, the solvents not told apart
     QDateTime walkUp;
     QDateTime oracle;
 };
@@ -400,12 +402,15 @@ WeekResult runWeek(WeekClock& clock, const QString& folder, Lab lab)
                 return;
             const ForecastInput input = forecastInputNow();
             const Forecast ours = forecastNow();
+            const Forecast plain = forecastQueue(
+                input, HistoryModel(runHistory(), forecastDefaults(gIniPath), false));
             const Forecast theirs = forecastQueue(input, walkUp);
             const Forecast best = forecastQueue(input, oracle);
             for (std::size_t i = 0; i < ours.items.size(); ++i) {
                 if (ours.items[i].queueNumber != n)
                     week.predictions.push_back({clock.now(), ours.items[i].queueNumber, history,
-                                                ours.items[i], theirs.items[i].expectedStart,
+                                                ours.items[i], plain.items[i].expectedStart,
+                                                theirs.items[i].expectedStart,
                                                 best.items[i].expectedStart});
             }
         });
@@ -434,7 +439,7 @@ WeekResult runWeek(WeekClock& clock, const QString& folder, Lab lab)
 
 void report(const char* name, const WeekResult& week)
 {
-    std::vector<double> ours, theirs, best;
+    std::vector<double> ours, plain, theirs, best;
     // By how far ahead the item was: under 30 minutes, 30 minutes to 2 hours, more.
     const char* const kBands[] = {"< 30 min", "30 min - 2 h", "> 2 h"};
     int inRange[3] = {}, ranged[3] = {}, early[3] = {};
@@ -463,6 +468,7 @@ void report(const char* name, const WeekResult& week)
             || !f.expectedStart.isValid() || !p.walkUp.isValid())
             continue;
         ours.push_back(std::abs(f.expectedStart.msecsTo(*real)) / 1000.0 / waited);
+        plain.push_back(std::abs(p.plain.msecsTo(*real)) / 1000.0 / waited);
         theirs.push_back(std::abs(p.walkUp.msecsTo(*real)) / 1000.0 / waited);
         best.push_back(std::abs(p.oracle.msecsTo(*real)) / 1000.0 / waited);
     }
@@ -482,10 +488,12 @@ void report(const char* name, const WeekResult& week)
     std::printf("Expected start vs real start, items >= 30 min ahead, after %d items of history: "
                 "%zu comparisons\n",
                 kHistoryFirst, ours.size());
-    std::printf("|error| / wait       %10s %10s %10s\n", "Spinlane", "walk-up", "(oracle)");
-    std::printf("median               %9.1f%% %9.1f%% %9.1f%%\n", 100 * median(ours),
-                100 * median(theirs), 100 * median(best));
-    std::printf("90th percentile      %9.1f%% %9.1f%% %9.1f%%\n", 100 * percentile(ours, 0.9),
+    std::printf("|error| / wait       %10s %10s %10s %10s\n", "Spinlane", "no solvent", "walk-up",
+                "(oracle)");
+    std::printf("median               %9.1f%% %9.1f%% %9.1f%% %9.1f%%\n", 100 * median(ours),
+                100 * median(plain), 100 * median(theirs), 100 * median(best));
+    std::printf("90th percentile      %9.1f%% %9.1f%% %9.1f%% %9.1f%%\n",
+                100 * percentile(ours, 0.9), 100 * percentile(plain, 0.9),
                 100 * percentile(theirs, 0.9), 100 * percentile(best, 0.9));
     std::printf("Real starts inside the 80 %% range (goal 75-85 %%), by how far ahead:\n");
     for (int band = 0; band < 3; ++band)

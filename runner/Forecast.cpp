@@ -22,6 +22,8 @@ namespace {
 // before it prefers them to the title's other runs.
 constexpr std::size_t kRecentRuns = 30;
 constexpr std::size_t kEnoughRuns = 3;
+// A solvent's own runs of a title are preferred once there are this many.
+constexpr std::size_t kEnoughSolventRuns = 5;
 // Fewer runs than this say little of the spread: it is then at least this share of the estimate.
 constexpr int kSpreadRuns = 5;
 constexpr double kFewRunsSpread = 0.25;
@@ -145,7 +147,7 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
                                       ? kWaitBeforeEject + model.eject()
                                       : 0;
         Estimate estimate =
-            elapsed < 0 ? model.experiment(item.title, changer && !load)
+            elapsed < 0 ? model.experimentIn(item.title, item.solvent, changer && !load)
                         : model.experimentLeft(item.title, changer && !load,
                                                std::max(elapsed - before, 0.0));
         if (estimate.known())
@@ -228,7 +230,8 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
     return forecast;
 }
 
-HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults)
+HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults,
+                           bool bySolvent)
     : m_defaults(std::move(defaults))
 {
     std::vector<double> loads, spins, ejects, experiments;
@@ -237,8 +240,10 @@ HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString,
             continue;
         if (r.outcome != u"Stopped"_s) {
             TitleRuns& runs = m_titles[r.title];
-            (r.mode == RunMode::Changer && !r.loaded ? runs.same : runs.fresh)
-                .push_back(r.experimentSeconds);
+            const bool same = r.mode == RunMode::Changer && !r.loaded;
+            (same ? runs.same : runs.fresh).push_back(r.experimentSeconds);
+            if (!same && bySolvent && !r.solvent.isEmpty())
+                runs.freshBySolvent[r.solvent].push_back(r.experimentSeconds);
             experiments.push_back(r.experimentSeconds);
         }
         if (r.mode != RunMode::Changer)
@@ -262,6 +267,13 @@ HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString,
         runs.sameBasis = latestSorted(runs.same.size() >= kEnoughRuns ? runs.same : all);
         runs.freshEstimate = fromRuns(runs.freshBasis, Basis::History, robustMean);
         runs.sameEstimate = fromRuns(runs.sameBasis, Basis::History, robustMean);
+        for (auto solvent = runs.freshBySolvent.cbegin(); solvent != runs.freshBySolvent.cend();
+             ++solvent) {
+            if (solvent->size() >= kEnoughSolventRuns)
+                runs.solventEstimates.insert(
+                    solvent.key(), fromRuns(latestSorted(*solvent), Basis::History, robustMean));
+        }
+        runs.freshBySolvent.clear();
     }
     // A title never run: the instrument's recent experiments of any title, whose spread is wide.
     m_typical = fromRuns(latestSorted(experiments), Basis::Typical, median);
@@ -277,6 +289,18 @@ Estimate HistoryModel::experiment(const QString& title, bool sameSample) const
         return m_typical;
     return {*preset + kWaitAfterRunStart + kWaitAfterExperiment, Basis::Default, 0,
             kDefaultBelow * *preset, kDefaultAbove * *preset};
+}
+
+Estimate HistoryModel::experimentIn(const QString& title, const QString& solvent,
+                                    bool sameSample) const
+{
+    const auto runs = m_titles.constFind(title);
+    if (runs != m_titles.constEnd() && !sameSample) {
+        const auto own = runs->solventEstimates.constFind(solvent);
+        if (own != runs->solventEstimates.constEnd())
+            return *own;
+    }
+    return experiment(title, sameSample);
 }
 
 Estimate HistoryModel::experimentLeft(const QString& title, bool sameSample, double elapsed) const
@@ -327,8 +351,8 @@ ForecastInput forecastInputNow()
     if (gQueueList.count() > 0) {
         for (qint32 n = 1; n <= gQueue.upperBound(); ++n) {
             const QueueItem& item = gQueue(n);
-            in.queue.push_back(
-                {n, item.SampleNum, gExpTitles.value(item.ExpTitleIndex), item.Status});
+            in.queue.push_back({n, item.SampleNum, gExpTitles.value(item.ExpTitleIndex),
+                                item.Status, item.Solvent});
         }
     }
     in.running = gRunControls.runUnderWay();

@@ -51,6 +51,13 @@ public:
     virtual ~DurationModel() = default;
     // The experiment step; `sameSample` when the sample stayed in the magnet from the item before.
     virtual Estimate experiment(const QString& title, bool sameSample) const = 0;
+    // The same for a sample in `solvent`; by default the solvent is not told apart.
+    virtual Estimate experimentIn(const QString& title, const QString& solvent,
+                                  bool sameSample) const
+    {
+        Q_UNUSED(solvent);
+        return experiment(title, sameSample);
+    }
     // The time left of an experiment that has run `elapsed` seconds. By default its estimate less
     // the time taken, never below kRemainingFloorSeconds.
     virtual Estimate experimentLeft(const QString& title, bool sameSample, double elapsed) const;
@@ -67,6 +74,7 @@ struct ForecastQueueItem {
     qint32 samplePosition = 0;
     QString title;
     QString status;
+    QString solvent;
 };
 
 struct ForecastInput {
@@ -108,15 +116,21 @@ Forecast forecastQueue(const ForecastInput& input, const DurationModel& model);
 
 // The model learned from the history: an experiment's time is a robust mean (the mean of the
 // middle half) of its title's latest runs that were not stopped, those with the same sample
-// state when there are enough; its spread their 10th and 90th percentiles. A load, a spin and an
+// state when there are enough, and of a freshly loaded sample those in the same solvent when
+// there are enough of them (the lock and the shim depend on it); its spread their 10th and 90th
+// percentiles. A load, a spin and an
 // eject the same over the changer's latest runs. Without history, the fixed waits alone, plus for
 // an experiment its title's default, or else the instrument's typical experiment.
 class HistoryModel : public DurationModel {
 public:
-    // `defaults`: seconds per experiment title, as the lab sets them.
-    HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults);
+    // `defaults`: seconds per experiment title, as the lab sets them. `bySolvent`: whether the
+    // runs of a solvent are told apart (the benchmark compares both).
+    HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults,
+                 bool bySolvent = true);
 
     Estimate experiment(const QString& title, bool sameSample) const override;
+    Estimate experimentIn(const QString& title, const QString& solvent,
+                          bool sameSample) const override;
     Estimate experimentLeft(const QString& title, bool sameSample, double elapsed) const override;
     double load() const override { return m_load; }
     double spin() const override { return m_spin; }
@@ -130,6 +144,8 @@ private:
         std::vector<double> sameBasis;
         Estimate freshEstimate;
         Estimate sameEstimate;
+        QHash<QString, std::vector<double>> freshBySolvent;
+        QHash<QString, Estimate> solventEstimates; // of those with enough runs
     };
     QHash<QString, TitleRuns> m_titles;
     QHash<QString, double> m_defaults;

@@ -23,10 +23,12 @@ using namespace Qt::StringLiterals;
 namespace spinlane {
 namespace {
 
-// A line: the format's mark, then fields separated by tabs, the title last and percent-encoded so
-// that no tab or line break of a title can split a record.
+// A line: the format's mark, then fields separated by tabs, the title and the solvent last and
+// percent-encoded so that no tab or line break of theirs can split a record. The first format
+// ended with the title.
 constexpr char kMark[] = "SLH1";
-constexpr int kFields = 12;
+constexpr int kFields = 13;
+constexpr int kFirstFormatFields = 12;
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
 
 const char* const kModeNames[] = {"none", "experiments", "changer"};
@@ -165,7 +167,7 @@ bool RunRecord::operator==(const RunRecord& o) const
     return takenUp == o.takenUp && ended == o.ended && outcome == o.outcome && mode == o.mode
            && loaded == o.loaded && ejected == o.ejected && loadSeconds == o.loadSeconds
            && spinSeconds == o.spinSeconds && ejectSeconds == o.ejectSeconds
-           && experimentSeconds == o.experimentSeconds && title == o.title;
+           && experimentSeconds == o.experimentSeconds && title == o.title && solvent == o.solvent;
 }
 
 QByteArray formatRunRecord(const RunRecord& r)
@@ -181,7 +183,8 @@ QByteArray formatRunRecord(const RunRecord& r)
                                    formatSeconds(r.spinSeconds),
                                    formatSeconds(r.ejectSeconds),
                                    formatSeconds(r.experimentSeconds),
-                                   r.title.toUtf8().toPercentEncoding(" ")};
+                                   r.title.toUtf8().toPercentEncoding(" "),
+                                   r.solvent.toUtf8().toPercentEncoding(" ")};
     return fields.join('\t');
 }
 
@@ -190,7 +193,7 @@ std::optional<RunRecord> parseRunRecord(QByteArrayView line)
     if (line.endsWith('\r'))
         line.chop(1);
     const QList<QByteArray> f = QByteArray(line.data(), line.size()).split('\t');
-    if (f.size() != kFields || f[0] != kMark)
+    if ((f.size() != kFields && f.size() != kFirstFormatFields) || f[0] != kMark)
         return std::nullopt;
     RunRecord r;
     r.takenUp = parseTime(f[1]);
@@ -214,6 +217,8 @@ std::optional<RunRecord> parseRunRecord(QByteArrayView line)
     r.ejectSeconds = *seconds[2];
     r.experimentSeconds = *seconds[3];
     r.title = QString::fromUtf8(QByteArray::fromPercentEncoding(f[11]));
+    if (f.size() == kFields)
+        r.solvent = QString::fromUtf8(QByteArray::fromPercentEncoding(f[12]));
     return r;
 }
 
@@ -319,6 +324,7 @@ void RecordRunHistory(qint32 queueNum, const QString& outcome)
     record.ended = std::max(now, s.takenUp).toUTC();
     record.outcome = outcome;
     record.title = gExpTitles.value(gQueue(queueNum).ExpTitleIndex);
+    record.solvent = gQueue(queueNum).Solvent;
     s.records.push_back(record);
     ++s.perTitle[record.title];
     ++s.generation;

@@ -33,13 +33,15 @@ struct RunRecord {
     double ejectSeconds = 0;
     double experimentSeconds = 0;
     QString title;
+    QString solvent; // empty in the records of the first format, which did not keep it
 
     double handlingSeconds() const { return loadSeconds + spinSeconds + ejectSeconds; }
     bool operator==(const RunRecord& o) const;
 };
 
 // One line of the file, without its line break, and back. A line of another shape, a time that
-// is not one, a duration that is negative or beyond a week is nothing.
+// is not one, a duration that is negative or beyond a week is nothing. A line of the first
+// format, which ended with the title, is read with no solvent.
 QByteArray formatRunRecord(const RunRecord& record);
 std::optional<RunRecord> parseRunRecord(QByteArrayView line);
 // Every readable record of a file's content, in file order.

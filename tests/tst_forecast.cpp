@@ -149,7 +149,8 @@ private Q_SLOTS:
         QTest::newRow("a record") << good << true;
         QTest::newRow("with CR") << good + '\r' << true;
         QTest::newRow("cut in the middle") << good.left(good.size() - 9) << false;
-        QTest::newRow("cut before the title") << good.left(good.lastIndexOf('\t')) << false;
+        QTest::newRow("cut before the title")
+            << good.left(good.lastIndexOf('\t', good.lastIndexOf('\t') - 1)) << false;
         QTest::newRow("one field more") << good + "\tx" << false;
         QTest::newRow("foreign text") << QByteArray("[General]") << false;
         QTest::newRow("empty") << QByteArray() << false;
@@ -168,6 +169,7 @@ private Q_SLOTS:
         QTest::newRow("not a number") << field(8, "nan") << false;
         QTest::newRow("beyond a week") << field(10, "700000") << false;
         QTest::newRow("unusual title") << field(11, "%09x%0A%25 %E2%82%AC") << true;
+        QTest::newRow("unusual solvent") << field(12, "D%092O %E2%82%AC") << true;
     }
     void historyLines()
     {
@@ -183,7 +185,13 @@ private Q_SLOTS:
     {
         RunRecord odd = record(u"tab\there\nline %20 € "_s, 12.345, u"Stopped"_s, false);
         odd.mode = RunMode::Experiments;
+        odd.solvent = u"DMSO\t€"_s;
         QCOMPARE(parseRunRecord(formatRunRecord(odd)), std::optional<RunRecord>(odd));
+        // A line of the first format, which ended with the title, reads with no solvent.
+        const QByteArray first = formatRunRecord(odd).chopped(formatRunRecord(odd).size()
+                                                              - formatRunRecord(odd).lastIndexOf('\t'));
+        odd.solvent.clear();
+        QCOMPARE(parseRunRecord(first), std::optional<RunRecord>(odd));
 
         // Damaged lines between good ones are skipped, the last one cut short included.
         const QByteArray content = formatRunRecord(record(u"A"_s, 1)) + "\nrubbish\n\n"
@@ -211,9 +219,9 @@ private Q_SLOTS:
     void runLoopRecordsHistory()
     {
         linkPrograms(2);
-        addItem(5, 0);
-        addItem(5, 1); // same position: neither ejected before nor loaded again
-        addItem(7, 2);
+        addItem(5, 0, u"Idle"_s, u"CDCl3"_s);
+        addItem(5, 1, u"Idle"_s, u"CDCl3"_s); // same position: neither ejected nor loaded again
+        addItem(7, 2, u"Idle"_s, u"D2O"_s);
         m_lab->expedra->failingExperiments = {2};
         QStringList seenDuringItem3;
         connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [&] {
@@ -238,6 +246,7 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i) {
             const RunRecord& r = records[std::size_t(i)];
             QCOMPARE(r.title, expected[i].title);
+            QCOMPARE(r.solvent, gQueue(i + 1).Solvent);
             QCOMPARE(r.outcome, expected[i].outcome);
             QCOMPARE(r.mode, RunMode::Changer);
             QCOMPARE(r.loaded, expected[i].loaded);
@@ -392,7 +401,7 @@ private Q_SLOTS:
         for (const QString& item : queue.split(u' ', Qt::SkipEmptyParts)) {
             const QStringList f = item.split(u':');
             in.queue.push_back({qint32(in.queue.size() + 1), f[0].toInt(), f[1],
-                                QString(f[2]).replace(u'\u00a0', u' ')});
+                                QString(f[2]).replace(u'\u00a0', u' '), QString()});
         }
         const Forecast forecast = forecastQueue(in, FixedModel());
         QCOMPARE(describe(forecast), expected);
@@ -430,6 +439,26 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i)
             history.push_back(record(u"PROTON"_s, 100, u"Done"_s, false));
         QCOMPARE(HistoryModel(history, {}).experiment(u"PROTON"_s, true).seconds, 100.0);
+        // A freshly loaded sample's solvent counts once it has five runs of the title.
+        std::vector<RunRecord> solvents;
+        for (int i = 0; i < 10; ++i) {
+            solvents.push_back(record(u"NOESY"_s, i < 5 ? 200 : 400));
+            solvents.back().solvent = i < 5 ? u"CDCl3"_s : u"DMSO"_s;
+        }
+        solvents.push_back(record(u"NOESY"_s, 100));
+        solvents.back().solvent = u"D2O"_s;
+        const HistoryModel bySolvent(solvents, {});
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, false).seconds, 400.0);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, false).runs, 5);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"CDCl3"_s, false).seconds, 200.0);
+        const Estimate whole = bySolvent.experiment(u"NOESY"_s, false);
+        QCOMPARE(whole.runs, 11);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"D2O"_s, false).seconds, whole.seconds);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, true).seconds,
+                 bySolvent.experiment(u"NOESY"_s, true).seconds);
+        QCOMPARE(HistoryModel(solvents, {}, false).experimentIn(u"NOESY"_s, u"DMSO"_s, false).seconds,
+                 whole.seconds);
+
         // Only the latest runs count: the lab's PROTON got slower.
         for (int i = 0; i < 40; ++i)
             history.push_back(record(u"PROTON"_s, 600));
@@ -505,7 +534,7 @@ private Q_SLOTS:
         for (const QString& item : queue.split(u' ')) {
             const QStringList f = item.split(u':');
             in.queue.push_back({qint32(in.queue.size() + 1), qint32(in.queue.size() + 1), f[0],
-                                QString(f[1]).replace(u'\u00a0', u' ')});
+                                QString(f[1]).replace(u'\u00a0', u' '), QString()});
         }
         QCOMPARE(describeRanges(forecastQueue(in, model)), expected);
     }
