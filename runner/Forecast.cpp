@@ -7,8 +7,11 @@
 #include "runner/RunControls.h"
 #include "runner/SampleSteps.h"
 
+#include <QFileInfo>
+
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -19,32 +22,70 @@ namespace {
 // before it prefers them to the title's other runs.
 constexpr std::size_t kRecentRuns = 30;
 constexpr std::size_t kEnoughRuns = 3;
+// A solvent's own runs of a title are preferred once there are this many.
+constexpr std::size_t kEnoughSolventRuns = 5;
+// Fewer runs than this say little of the spread: it is then at least this share of the estimate.
+constexpr int kSpreadRuns = 5;
+constexpr double kFewRunsSpread = 0.25;
+// A lab's default is a nominal time, and real runs overrun nominal times more than they
+// underrun them: its range goes from a quarter below to a half above it.
+constexpr double kDefaultBelow = 0.25;
+constexpr double kDefaultAbove = 0.5;
 
-// The mean of the middle half of the latest values; the median of fewer than four.
-double robustMean(const std::vector<double>& values)
+// The latest values, sorted.
+std::vector<double> latestSorted(const std::vector<double>& values)
 {
     const std::size_t n = std::min(values.size(), kRecentRuns);
     std::vector<double> recent(values.end() - std::ptrdiff_t(n), values.end());
     std::sort(recent.begin(), recent.end());
+    return recent;
+}
+
+// The mean of the middle half of sorted values; the median of fewer than four.
+double robustMean(const std::vector<double>& sorted)
+{
+    const std::size_t n = sorted.size();
     if (n < 4)
-        return (recent[(n - 1) / 2] + recent[n / 2]) / 2;
+        return (sorted[(n - 1) / 2] + sorted[n / 2]) / 2;
     const std::size_t cut = n / 4;
     double sum = 0;
     for (std::size_t i = cut; i < n - cut; ++i)
-        sum += recent[i];
+        sum += sorted[i];
     return sum / double(n - 2 * cut);
 }
 
-Estimate learned(const std::vector<double>& runs)
+// The p-th quantile of sorted values, between neighbours linearly.
+double quantile(const std::vector<double>& sorted, double p)
 {
-    if (runs.empty())
-        return {};
-    return {robustMean(runs), Basis::History, int(std::min(runs.size(), kRecentRuns))};
+    const double rank = p * double(sorted.size() - 1);
+    const std::size_t low = std::size_t(rank);
+    const std::size_t high = std::min(low + 1, sorted.size() - 1);
+    return sorted[low] + (sorted[high] - sorted[low]) * (rank - double(low));
 }
+
+// An estimate from sorted runs: `centre` of them, its range their 10th and 90th percentiles.
+Estimate fromRuns(const std::vector<double>& sorted, Basis basis,
+                  double (*centre)(const std::vector<double>&))
+{
+    if (sorted.empty())
+        return {};
+    Estimate e{centre(sorted), basis, int(sorted.size())};
+    double sum = 0;
+    for (double seconds : sorted)
+        sum += seconds;
+    const double mean = sum / double(sorted.size());
+    e.shift = mean - e.seconds;
+    const double few = e.runs < kSpreadRuns ? kFewRunsSpread * mean : 0;
+    e.below = std::min(std::max(mean - quantile(sorted, 0.1), few), mean);
+    e.above = std::max(quantile(sorted, 0.9) - mean, few);
+    return e;
+}
+
+double median(const std::vector<double>& sorted) { return quantile(sorted, 0.5); }
 
 double learnedOr(const std::vector<double>& runs, double fixedWaits)
 {
-    return runs.empty() ? fixedWaits : robustMean(runs);
+    return runs.empty() ? fixedWaits : robustMean(latestSorted(runs));
 }
 
 QDateTime after(const QDateTime& time, double seconds)
@@ -59,6 +100,7 @@ QString basisName(Basis basis)
     switch (basis) {
     case Basis::History: return u"history"_s;
     case Basis::Default: return u"default"_s;
+    case Basis::Typical: return u"typical"_s;
     case Basis::None: break;
     }
     return u"none"_s;
@@ -68,7 +110,20 @@ bool ForecastItem::operator==(const ForecastItem& o) const
 {
     return queueNumber == o.queueNumber && expectedStart == o.expectedStart
            && expectedEnd == o.expectedEnd && expectedSeconds == o.expectedSeconds
-           && basis == o.basis && runs == o.runs;
+           && basis == o.basis && runs == o.runs && earliestStart == o.earliestStart
+           && latestStart == o.latestStart && earliestEnd == o.earliestEnd
+           && latestEnd == o.latestEnd && beyondRuns == o.beyondRuns;
+}
+
+Estimate DurationModel::experimentLeft(const QString& title, bool sameSample, double elapsed) const
+{
+    Estimate e = experiment(title, sameSample);
+    if (!e.known())
+        return e;
+    e.seconds = std::max(e.seconds - elapsed, kRemainingFloorSeconds);
+    e.shift = std::max(e.shift, -e.seconds);
+    e.below = std::min(e.below, e.seconds + e.shift);
+    return e;
 }
 
 Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
@@ -79,41 +134,66 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         return n >= 1 && n <= count ? in.queue[std::size_t(n - 1)].samplePosition : 0;
     };
     // The whole item as the run loop takes it: load unless the sample is in, spin, run, and
-    // eject unless the next item in the queue is at the same position.
-    const auto itemEstimate = [&](qint32 n, qint32 previousSample) {
+    // eject unless the next item in the queue is at the same position. For an item that has run
+    // `elapsed` seconds (negative: not yet taken up), the time it has left. The handling counts
+    // as fixed: the spread is the experiment's.
+    const auto itemEstimate = [&](qint32 n, qint32 previousSample, double elapsed) {
         if (in.mode == RunMode::None)
             return Estimate{0, Basis::Default, 0};
         const ForecastQueueItem& item = in.queue[std::size_t(n - 1)];
         const bool load = changer && item.samplePosition != previousSample;
-        Estimate estimate = model.experiment(item.title, changer && !load);
-        if (!estimate.known() || !changer)
-            return estimate;
-        estimate.seconds += model.spin();
-        if (load)
-            estimate.seconds += model.load();
-        if (item.samplePosition != sampleAt(n + 1))
-            estimate.seconds += kWaitBeforeEject + model.eject();
+        const double before = changer ? model.spin() + (load ? model.load() : 0) : 0;
+        const double afterwards = changer && item.samplePosition != sampleAt(n + 1)
+                                      ? kWaitBeforeEject + model.eject()
+                                      : 0;
+        Estimate estimate =
+            elapsed < 0 ? model.experimentIn(item.title, item.solvent, changer && !load)
+                        : model.experimentLeft(item.title, changer && !load,
+                                               std::max(elapsed - before, 0.0));
+        if (estimate.known())
+            estimate.seconds += std::max(before - std::max(elapsed, 0.0), 0.0) + afterwards;
         return estimate;
     };
 
     Forecast forecast;
     forecast.ifStartedNow = !in.running;
     QDateTime clock = in.now; // when the next item is taken up; invalid once unknown
+    // Over the items ahead: the sum of their means less their estimates, and the sums of the
+    // squared distances from their means to their 10th and 90th percentiles, as independent
+    // times add their variances.
+    double shift = 0;
+    double below2 = 0;
+    double above2 = 0;
+    const auto range = [&](const QDateTime& time, QDateTime& earliest, QDateTime& latest) {
+        if (!time.isValid())
+            return;
+        earliest = std::max(after(time, shift - std::sqrt(below2)), in.now);
+        latest = after(time, shift + std::sqrt(above2));
+    };
     qint32 previousSample = 0;
     qint32 first = std::max(in.firstItem, 1);
     const qint32 current = in.currentQueueNum;
     if (in.running && current >= 1 && current <= count
         && in.queue[std::size_t(current - 1)].status == u"In progress"_s) {
-        const Estimate estimate = itemEstimate(current, sampleAt(current - 1));
         // A clock set back since the item began gives it no time in the future.
         const QDateTime start =
             std::min(in.currentTakenUp.isValid() ? in.currentTakenUp : in.now, in.now);
-        ForecastItem item{current, start, {}, -1, estimate.basis, estimate.runs};
-        if (estimate.known()) {
-            const double remaining =
-                std::max(estimate.seconds - secondsBetween(start, in.now), kRemainingFloorSeconds);
-            item.expectedEnd = after(in.now, remaining);
+        const Estimate left =
+            itemEstimate(current, sampleAt(current - 1), secondsBetween(start, in.now));
+        ForecastItem item;
+        item.queueNumber = current;
+        item.expectedStart = start;
+        item.basis = left.basis;
+        item.runs = left.runs;
+        item.earliestStart = item.latestStart = start;
+        item.beyondRuns = left.beyondRuns;
+        if (left.known()) {
+            item.expectedEnd = after(in.now, left.seconds);
             item.expectedSeconds = qint32(std::lround(secondsBetween(start, item.expectedEnd)));
+            shift = left.shift;
+            below2 = left.below * left.below;
+            above2 = left.above * left.above;
+            range(item.expectedEnd, item.earliestEnd, item.latestEnd);
         }
         clock = item.expectedEnd;
         forecast.items.push_back(item);
@@ -127,12 +207,21 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         const ForecastQueueItem& queued = in.queue[std::size_t(n - 1)];
         if (queued.status == u"Done"_s)
             continue;
-        const Estimate estimate = itemEstimate(n, previousSample);
-        ForecastItem item{n, clock, {}, -1, estimate.basis, estimate.runs};
+        const Estimate estimate = itemEstimate(n, previousSample, -1);
+        ForecastItem item;
+        item.queueNumber = n;
+        item.expectedStart = clock;
+        item.basis = estimate.basis;
+        item.runs = estimate.runs;
+        range(clock, item.earliestStart, item.latestStart);
         if (estimate.known()) {
             item.expectedSeconds = qint32(std::lround(estimate.seconds));
+            shift += estimate.shift;
+            below2 += estimate.below * estimate.below;
+            above2 += estimate.above * estimate.above;
             if (clock.isValid())
                 item.expectedEnd = after(clock, estimate.seconds);
+            range(item.expectedEnd, item.earliestEnd, item.latestEnd);
         }
         clock = item.expectedEnd;
         forecast.items.push_back(item);
@@ -141,17 +230,21 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
     return forecast;
 }
 
-HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults)
+HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults,
+                           bool bySolvent)
     : m_defaults(std::move(defaults))
 {
-    std::vector<double> loads, spins, ejects;
+    std::vector<double> loads, spins, ejects, experiments;
     for (const RunRecord& r : history) {
         if (r.mode == RunMode::None)
             continue;
         if (r.outcome != u"Stopped"_s) {
             TitleRuns& runs = m_titles[r.title];
-            (r.mode == RunMode::Changer && !r.loaded ? runs.same : runs.fresh)
-                .push_back(r.experimentSeconds);
+            const bool same = r.mode == RunMode::Changer && !r.loaded;
+            (same ? runs.same : runs.fresh).push_back(r.experimentSeconds);
+            if (!same && bySolvent && !r.solvent.isEmpty())
+                runs.freshBySolvent[r.solvent].push_back(r.experimentSeconds);
+            experiments.push_back(r.experimentSeconds);
         }
         if (r.mode != RunMode::Changer)
             continue;
@@ -170,9 +263,20 @@ HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString,
         // An estimate of one sample state needs enough runs of it; else all the title's runs.
         std::vector<double> all = runs.fresh;
         all.insert(all.end(), runs.same.begin(), runs.same.end());
-        runs.freshEstimate = learned(runs.fresh.size() >= kEnoughRuns ? runs.fresh : all);
-        runs.sameEstimate = learned(runs.same.size() >= kEnoughRuns ? runs.same : all);
+        runs.freshBasis = latestSorted(runs.fresh.size() >= kEnoughRuns ? runs.fresh : all);
+        runs.sameBasis = latestSorted(runs.same.size() >= kEnoughRuns ? runs.same : all);
+        runs.freshEstimate = fromRuns(runs.freshBasis, Basis::History, robustMean);
+        runs.sameEstimate = fromRuns(runs.sameBasis, Basis::History, robustMean);
+        for (auto solvent = runs.freshBySolvent.cbegin(); solvent != runs.freshBySolvent.cend();
+             ++solvent) {
+            if (solvent->size() >= kEnoughSolventRuns)
+                runs.solventEstimates.insert(
+                    solvent.key(), fromRuns(latestSorted(*solvent), Basis::History, robustMean));
+        }
+        runs.freshBySolvent.clear();
     }
+    // A title never run: the instrument's recent experiments of any title, whose spread is wide.
+    m_typical = fromRuns(latestSorted(experiments), Basis::Typical, median);
 }
 
 Estimate HistoryModel::experiment(const QString& title, bool sameSample) const
@@ -182,8 +286,44 @@ Estimate HistoryModel::experiment(const QString& title, bool sameSample) const
         return sameSample ? runs->sameEstimate : runs->freshEstimate;
     const auto preset = m_defaults.constFind(title.toCaseFolded());
     if (preset == m_defaults.constEnd())
-        return {};
-    return {*preset + kWaitAfterRunStart + kWaitAfterExperiment, Basis::Default, 0};
+        return m_typical;
+    return {*preset + kWaitAfterRunStart + kWaitAfterExperiment, Basis::Default, 0,
+            kDefaultBelow * *preset, kDefaultAbove * *preset};
+}
+
+Estimate HistoryModel::experimentIn(const QString& title, const QString& solvent,
+                                    bool sameSample) const
+{
+    const auto runs = m_titles.constFind(title);
+    if (runs != m_titles.constEnd() && !sameSample) {
+        const auto own = runs->solventEstimates.constFind(solvent);
+        if (own != runs->solventEstimates.constEnd())
+            return *own;
+    }
+    return experiment(title, sameSample);
+}
+
+Estimate HistoryModel::experimentLeft(const QString& title, bool sameSample, double elapsed) const
+{
+    const auto runs = m_titles.constFind(title);
+    if (runs == m_titles.constEnd())
+        return DurationModel::experimentLeft(title, sameSample, elapsed);
+    // The time left, given that it is still running: from the runs that lasted at least as long.
+    const std::vector<double>& sorted = sameSample ? runs->sameBasis : runs->freshBasis;
+    std::vector<double> left;
+    for (double seconds : sorted) {
+        if (seconds >= elapsed)
+            left.push_back(seconds - elapsed);
+    }
+    if (!left.empty())
+        return fromRuns(left, Basis::History, robustMean);
+    Estimate beyond = sameSample ? runs->sameEstimate : runs->freshEstimate;
+    beyond.seconds = kRemainingFloorSeconds;
+    beyond.shift = 0;
+    beyond.below = kRemainingFloorSeconds;
+    beyond.above = std::max(beyond.above, kRemainingFloorSeconds);
+    beyond.beyondRuns = true;
+    return beyond;
 }
 
 QHash<QString, double> forecastDefaults(const QString& iniPath)
@@ -211,8 +351,8 @@ ForecastInput forecastInputNow()
     if (gQueueList.count() > 0) {
         for (qint32 n = 1; n <= gQueue.upperBound(); ++n) {
             const QueueItem& item = gQueue(n);
-            in.queue.push_back(
-                {n, item.SampleNum, gExpTitles.value(item.ExpTitleIndex), item.Status});
+            in.queue.push_back({n, item.SampleNum, gExpTitles.value(item.ExpTitleIndex),
+                                item.Status, item.Solvent});
         }
     }
     in.running = gRunControls.runUnderWay();
@@ -234,8 +374,29 @@ ForecastInput forecastInputNow()
 
 Forecast forecastNow()
 {
-    const HistoryModel model(runHistory(), forecastDefaults(gIniPath));
-    return forecastQueue(forecastInputNow(), model);
+    // Learning the model costs more than the walk: it is kept while neither the history nor the
+    // settings file changed.
+    struct Learned {
+        quint64 generation = 0;
+        QString iniPath;
+        QDateTime iniModified;
+        qint64 iniSize = -1;
+        std::optional<HistoryModel> model;
+    };
+    static Learned learned;
+    const quint64 generation = runHistoryGeneration();
+    const QFileInfo ini(gIniPath);
+    const QDateTime modified = ini.lastModified();
+    const qint64 size = ini.exists() ? ini.size() : -1;
+    if (!learned.model || learned.generation != generation || learned.iniPath != gIniPath
+        || learned.iniModified != modified || learned.iniSize != size) {
+        learned.model.emplace(runHistory(), forecastDefaults(gIniPath));
+        learned.generation = generation;
+        learned.iniPath = gIniPath;
+        learned.iniModified = modified;
+        learned.iniSize = size;
+    }
+    return forecastQueue(forecastInputNow(), *learned.model);
 }
 
 } // namespace spinlane

@@ -14,13 +14,33 @@
 // takes; the model learned from the history of runs is HistoryModel.
 namespace spinlane {
 
-enum class Basis { None, Default, History };
-QString basisName(Basis basis); // "none", "default", "history"
+// Where an estimate comes from: the title's own runs, the lab's default for the title, the
+// instrument's recent runs of any title, or nowhere.
+enum class Basis { None, Default, History, Typical };
+QString basisName(Basis basis); // "none", "default", "history", "typical"
 
 struct Estimate {
+    Estimate() = default;
+    Estimate(double seconds_, Basis basis_, int runs_, double below_ = 0, double above_ = 0)
+        : seconds(seconds_)
+        , basis(basis_)
+        , runs(runs_)
+        , below(below_)
+        , above(above_)
+    {
+    }
+
     double seconds = -1; // -1: no estimate
     Basis basis = Basis::None;
     int runs = 0; // the past runs it was learned from
+    // The mean of the time less `seconds` (a robust mean or a median need not be its mean), and
+    // how far its 10th and its 90th percentile lie below and above that mean. Means add up over
+    // the items ahead where robust means do not, so the ranges centre on them.
+    double shift = 0;
+    double below = 0;
+    double above = 0;
+    // The time left of a running item that has run longer than every past run of its kind.
+    bool beyondRuns = false;
 
     bool known() const { return seconds >= 0; }
 };
@@ -31,6 +51,16 @@ public:
     virtual ~DurationModel() = default;
     // The experiment step; `sameSample` when the sample stayed in the magnet from the item before.
     virtual Estimate experiment(const QString& title, bool sameSample) const = 0;
+    // The same for a sample in `solvent`; by default the solvent is not told apart.
+    virtual Estimate experimentIn(const QString& title, const QString& solvent,
+                                  bool sameSample) const
+    {
+        Q_UNUSED(solvent);
+        return experiment(title, sameSample);
+    }
+    // The time left of an experiment that has run `elapsed` seconds. By default its estimate less
+    // the time taken, never below kRemainingFloorSeconds.
+    virtual Estimate experimentLeft(const QString& title, bool sameSample, double elapsed) const;
     virtual double load() const = 0;
     virtual double spin() const = 0;
     virtual double eject() const = 0;
@@ -44,6 +74,7 @@ struct ForecastQueueItem {
     qint32 samplePosition = 0;
     QString title;
     QString status;
+    QString solvent;
 };
 
 struct ForecastInput {
@@ -65,6 +96,13 @@ struct ForecastItem {
     qint32 expectedSeconds = -1;
     Basis basis = Basis::None;
     int runs = 0;
+    // The 10th and 90th percentiles of the start and the end (invalid when unknown): the items
+    // ahead taken as independent, so that their spreads add as variances do, not as ranges.
+    QDateTime earliestStart;
+    QDateTime latestStart;
+    QDateTime earliestEnd;
+    QDateTime latestEnd;
+    bool beyondRuns = false; // running longer than any past run of its kind
 
     bool operator==(const ForecastItem& o) const;
 };
@@ -78,14 +116,22 @@ Forecast forecastQueue(const ForecastInput& input, const DurationModel& model);
 
 // The model learned from the history: an experiment's time is a robust mean (the mean of the
 // middle half) of its title's latest runs that were not stopped, those with the same sample
-// state when there are enough; a load, a spin and an eject the same over the changer's latest
-// runs. Without history, the fixed waits alone, plus for an experiment its title's default.
+// state when there are enough, and of a freshly loaded sample those in the same solvent when
+// there are enough of them (the lock and the shim depend on it); its spread their 10th and 90th
+// percentiles. A load, a spin and an
+// eject the same over the changer's latest runs. Without history, the fixed waits alone, plus for
+// an experiment its title's default, or else the instrument's typical experiment.
 class HistoryModel : public DurationModel {
 public:
-    // `defaults`: seconds per experiment title, as the lab sets them.
-    HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults);
+    // `defaults`: seconds per experiment title, as the lab sets them. `bySolvent`: whether the
+    // runs of a solvent are told apart (the benchmark compares both).
+    HistoryModel(const std::vector<RunRecord>& history, QHash<QString, double> defaults,
+                 bool bySolvent = true);
 
     Estimate experiment(const QString& title, bool sameSample) const override;
+    Estimate experimentIn(const QString& title, const QString& solvent,
+                          bool sameSample) const override;
+    Estimate experimentLeft(const QString& title, bool sameSample, double elapsed) const override;
     double load() const override { return m_load; }
     double spin() const override { return m_spin; }
     double eject() const override { return m_eject; }
@@ -94,11 +140,16 @@ private:
     struct TitleRuns {
         std::vector<double> fresh; // newest last
         std::vector<double> same;
+        std::vector<double> freshBasis; // the latest runs each estimate is learned from
+        std::vector<double> sameBasis;
         Estimate freshEstimate;
         Estimate sameEstimate;
+        QHash<QString, std::vector<double>> freshBySolvent;
+        QHash<QString, Estimate> solventEstimates; // of those with enough runs
     };
     QHash<QString, TitleRuns> m_titles;
     QHash<QString, double> m_defaults;
+    Estimate m_typical;
     double m_load;
     double m_spin;
     double m_eject;
@@ -110,7 +161,8 @@ QHash<QString, double> forecastDefaults(const QString& iniPath);
 
 // The forecast's input from the queue, the run controls and the clock as they are now.
 ForecastInput forecastInputNow();
-// The forecast of the queue as it is now, learned from the history file.
+// The forecast of the queue as it is now, learned from the history file. The model is learned
+// again only when the history or the settings file changed.
 Forecast forecastNow();
 
 } // namespace spinlane

@@ -23,10 +23,12 @@ using namespace Qt::StringLiterals;
 namespace spinlane {
 namespace {
 
-// A line: the format's mark, then fields separated by tabs, the title last and percent-encoded so
-// that no tab or line break of a title can split a record.
+// A line: the format's mark, then fields separated by tabs, the title and the solvent last and
+// percent-encoded so that no tab or line break of theirs can split a record. The first format
+// ended with the title.
 constexpr char kMark[] = "SLH1";
-constexpr int kFields = 12;
+constexpr int kFields = 13;
+constexpr int kFirstFormatFields = 12;
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
 
 const char* const kModeNames[] = {"none", "experiments", "changer"};
@@ -36,6 +38,7 @@ struct HistoryState {
     bool read = false;
     std::vector<RunRecord> records;
     QHash<QString, int> perTitle; // records per title, to know when to rewrite the file
+    bool oversized = false; // the file holds more than is kept: rewrite it at the next record
     quint64 generation = 0;
     bool toldUnwritable = false;
     // The item in progress.
@@ -91,9 +94,7 @@ void ensureRead()
         return;
     s.path = path;
     s.read = true;
-    QFile file(path);
-    s.records = !path.isEmpty() && file.open(QIODevice::ReadOnly) ? parseRunHistory(file.readAll())
-                                                                  : std::vector<RunRecord>();
+    s.records = readRunHistory(path, &s.oversized);
     rebuildTitleCounts(s);
     ++s.generation;
 }
@@ -111,6 +112,11 @@ void append(HistoryState& s, const QByteArray& line)
 {
     if (s.path.isEmpty())
         return;
+    // Opening a FIFO to write would wait for a reader; a device or folder is no history either.
+    if (const QFileInfo info(s.path); info.exists() && !info.isFile()) {
+        tellUnwritable(s, u"not a regular file"_s);
+        return;
+    }
     QFile file(s.path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) {
         tellUnwritable(s, file.errorString());
@@ -125,12 +131,15 @@ void append(HistoryState& s, const QByteArray& line)
 #endif
 }
 
-// Keeps the file bounded: once a title holds a good many records more than it keeps, the file is
-// rewritten with the newest of each title.
+// Keeps the file bounded: once a title, or the whole history, holds a good many records more than
+// it keeps, or the file held more than was read, it is rewritten with the newest records.
 void trim(HistoryState& s, const QString& title)
 {
-    if (s.path.isEmpty()
-        || s.perTitle.value(title) <= kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4)
+    if (s.path.isEmpty() || !QFileInfo(s.path).isFile())
+        return;
+    if (!std::exchange(s.oversized, false)
+        && s.perTitle.value(title) <= kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4
+        && s.records.size() <= std::size_t(kHistoryRecords + kHistoryRecords / 4))
         return;
     s.records = boundedRunHistory(s.records);
     rebuildTitleCounts(s);
@@ -158,7 +167,7 @@ bool RunRecord::operator==(const RunRecord& o) const
     return takenUp == o.takenUp && ended == o.ended && outcome == o.outcome && mode == o.mode
            && loaded == o.loaded && ejected == o.ejected && loadSeconds == o.loadSeconds
            && spinSeconds == o.spinSeconds && ejectSeconds == o.ejectSeconds
-           && experimentSeconds == o.experimentSeconds && title == o.title;
+           && experimentSeconds == o.experimentSeconds && title == o.title && solvent == o.solvent;
 }
 
 QByteArray formatRunRecord(const RunRecord& r)
@@ -174,7 +183,8 @@ QByteArray formatRunRecord(const RunRecord& r)
                                    formatSeconds(r.spinSeconds),
                                    formatSeconds(r.ejectSeconds),
                                    formatSeconds(r.experimentSeconds),
-                                   r.title.toUtf8().toPercentEncoding(" ")};
+                                   r.title.toUtf8().toPercentEncoding(" "),
+                                   r.solvent.toUtf8().toPercentEncoding(" ")};
     return fields.join('\t');
 }
 
@@ -183,7 +193,7 @@ std::optional<RunRecord> parseRunRecord(QByteArrayView line)
     if (line.endsWith('\r'))
         line.chop(1);
     const QList<QByteArray> f = QByteArray(line.data(), line.size()).split('\t');
-    if (f.size() != kFields || f[0] != kMark)
+    if ((f.size() != kFields && f.size() != kFirstFormatFields) || f[0] != kMark)
         return std::nullopt;
     RunRecord r;
     r.takenUp = parseTime(f[1]);
@@ -207,6 +217,8 @@ std::optional<RunRecord> parseRunRecord(QByteArrayView line)
     r.ejectSeconds = *seconds[2];
     r.experimentSeconds = *seconds[3];
     r.title = QString::fromUtf8(QByteArray::fromPercentEncoding(f[11]));
+    if (f.size() == kFields)
+        r.solvent = QString::fromUtf8(QByteArray::fromPercentEncoding(f[12]));
     return r;
 }
 
@@ -230,13 +242,40 @@ std::vector<RunRecord> boundedRunHistory(const std::vector<RunRecord>& records)
 {
     QHash<QString, int> kept;
     std::vector<bool> keep(records.size());
-    for (std::size_t i = records.size(); i-- > 0;)
-        keep[i] = ++kept[records[i].title] <= kHistoryRecordsPerTitle;
+    int inAll = 0;
+    for (std::size_t i = records.size(); i-- > 0;) {
+        keep[i] = inAll < kHistoryRecords && ++kept[records[i].title] <= kHistoryRecordsPerTitle;
+        inAll += keep[i];
+    }
     std::vector<RunRecord> bounded;
     for (std::size_t i = 0; i < records.size(); ++i) {
         if (keep[i])
             bounded.push_back(records[i]);
     }
+    return bounded;
+}
+
+std::vector<RunRecord> readRunHistory(const QString& path, bool* oversized)
+{
+    if (oversized)
+        *oversized = false;
+    // Checked before opening: opening a FIFO to read would wait for a writer.
+    if (path.isEmpty() || !QFileInfo(path).isFile())
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return {};
+    const qint64 size = file.size();
+    const bool cut = size > kHistoryBytesRead;
+    if (cut && !file.seek(size - kHistoryBytesRead))
+        return {};
+    QByteArray content = file.read(kHistoryBytesRead);
+    if (cut) // the first line read is most likely a part of one
+        content.remove(0, content.indexOf('\n') + 1);
+    std::vector<RunRecord> records = parseRunHistory(content);
+    std::vector<RunRecord> bounded = boundedRunHistory(records);
+    if (oversized)
+        *oversized = cut || bounded.size() < records.size();
     return bounded;
 }
 
@@ -285,6 +324,7 @@ void RecordRunHistory(qint32 queueNum, const QString& outcome)
     record.ended = std::max(now, s.takenUp).toUTC();
     record.outcome = outcome;
     record.title = gExpTitles.value(gQueue(queueNum).ExpTitleIndex);
+    record.solvent = gQueue(queueNum).Solvent;
     s.records.push_back(record);
     ++s.perTitle[record.title];
     ++s.generation;
@@ -318,6 +358,12 @@ TimedPart::~TimedPart()
 
 QDateTime currentItemTakenUp() { return state().takenUp; }
 
-void resetRunHistory() { state() = HistoryState(); }
+void resetRunHistory()
+{
+    // The generation goes on growing, so that what was learned from the old records is let go.
+    const quint64 generation = state().generation;
+    state() = HistoryState();
+    state().generation = generation + 1;
+}
 
 } // namespace spinlane

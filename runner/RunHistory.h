@@ -33,22 +33,34 @@ struct RunRecord {
     double ejectSeconds = 0;
     double experimentSeconds = 0;
     QString title;
+    QString solvent; // empty in the records of the first format, which did not keep it
 
     double handlingSeconds() const { return loadSeconds + spinSeconds + ejectSeconds; }
     bool operator==(const RunRecord& o) const;
 };
 
 // One line of the file, without its line break, and back. A line of another shape, a time that
-// is not one, a duration that is negative or beyond a week is nothing.
+// is not one, a duration that is negative or beyond a week is nothing. A line of the first
+// format, which ended with the title, is read with no solvent.
 QByteArray formatRunRecord(const RunRecord& record);
 std::optional<RunRecord> parseRunRecord(QByteArrayView line);
 // Every readable record of a file's content, in file order.
 std::vector<RunRecord> parseRunHistory(const QByteArray& content);
 
-// A title keeps at most this many records; older ones go when the file is next rewritten.
+// A title keeps at most this many records, and the history this many in all; older ones go when
+// the file is next rewritten.
 inline constexpr int kHistoryRecordsPerTitle = 300;
-// The newest kHistoryRecordsPerTitle records of each title, in their order.
+inline constexpr int kHistoryRecords = 20000;
+// Only the newest this many bytes of the file are read: more than kHistoryRecords lines of the
+// usual length, so that a file grown by other means costs no more than the largest kept one.
+inline constexpr qint64 kHistoryBytesRead = 4 * 1024 * 1024;
+// The newest kHistoryRecordsPerTitle records of each title, of them the newest kHistoryRecords,
+// in their order.
 std::vector<RunRecord> boundedRunHistory(const std::vector<RunRecord>& records);
+// The records of the newest kHistoryBytesRead bytes of a regular file, bounded; nothing when
+// `path` names no regular file (a FIFO, a device or a folder is never opened). `oversized` tells
+// whether the file held more than was kept.
+std::vector<RunRecord> readRunHistory(const QString& path, bool* oversized = nullptr);
 
 // The history file of the settings file in use: `Spinlane.history` in its folder; none (empty)
 // while no settings file is named.

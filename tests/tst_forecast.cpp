@@ -14,9 +14,14 @@
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
 
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#ifdef Q_OS_UNIX
+#include <sys/stat.h>
+#endif
 
 using namespace Qt::StringLiterals;
 using namespace spinlane;
@@ -30,10 +35,10 @@ RunRecord record(const QString& title, double experiment, const QString& outcome
                  bool loaded = true)
 {
     RunRecord r;
+    r.mode = RunMode::Changer;
     r.takenUp = QDateTime(QDate(2026, 11, 20), QTime(8, 0), Qt::UTC);
     r.ended = r.takenUp.addSecs(qint64(experiment));
     r.outcome = outcome;
-    r.mode = RunMode::Changer;
     r.loaded = loaded;
     r.ejected = true;
     r.loadSeconds = 20;
@@ -72,6 +77,25 @@ QStringList describe(const Forecast& forecast)
         lines.append(QString::number(item.queueNumber) + u' ' + at(item.expectedStart) + u' '
                      + at(item.expectedEnd) + u' ' + QString::number(item.expectedSeconds) + u' '
                      + basisName(item.basis) + u'/' + QString::number(item.runs));
+    return lines;
+}
+
+// "n start[earliest,latest] end[earliest,latest] basis/runs", times in seconds after kStart.
+QStringList describeRanges(const Forecast& forecast)
+{
+    const auto at = [](const QDateTime& t) {
+        return t.isValid() ? QString::number(kStart.msecsTo(t) / 1000.0) : u"?"_s;
+    };
+    const auto span = [&](const QDateTime& t, const QDateTime& low, const QDateTime& high) {
+        return at(t) + u'[' + at(low) + u',' + at(high) + u']';
+    };
+    QStringList lines;
+    for (const ForecastItem& item : forecast.items)
+        lines.append(QString::number(item.queueNumber) + u' '
+                     + span(item.expectedStart, item.earliestStart, item.latestStart) + u' '
+                     + span(item.expectedEnd, item.earliestEnd, item.latestEnd) + u' '
+                     + basisName(item.basis) + u'/' + QString::number(item.runs)
+                     + (item.beyondRuns ? u" beyond"_s : QString()));
     return lines;
 }
 
@@ -125,7 +149,8 @@ private Q_SLOTS:
         QTest::newRow("a record") << good << true;
         QTest::newRow("with CR") << good + '\r' << true;
         QTest::newRow("cut in the middle") << good.left(good.size() - 9) << false;
-        QTest::newRow("cut before the title") << good.left(good.lastIndexOf('\t')) << false;
+        QTest::newRow("cut before the title")
+            << good.left(good.lastIndexOf('\t', good.lastIndexOf('\t') - 1)) << false;
         QTest::newRow("one field more") << good + "\tx" << false;
         QTest::newRow("foreign text") << QByteArray("[General]") << false;
         QTest::newRow("empty") << QByteArray() << false;
@@ -144,6 +169,7 @@ private Q_SLOTS:
         QTest::newRow("not a number") << field(8, "nan") << false;
         QTest::newRow("beyond a week") << field(10, "700000") << false;
         QTest::newRow("unusual title") << field(11, "%09x%0A%25 %E2%82%AC") << true;
+        QTest::newRow("unusual solvent") << field(12, "D%092O %E2%82%AC") << true;
     }
     void historyLines()
     {
@@ -159,7 +185,13 @@ private Q_SLOTS:
     {
         RunRecord odd = record(u"tab\there\nline %20 € "_s, 12.345, u"Stopped"_s, false);
         odd.mode = RunMode::Experiments;
+        odd.solvent = u"DMSO\t€"_s;
         QCOMPARE(parseRunRecord(formatRunRecord(odd)), std::optional<RunRecord>(odd));
+        // A line of the first format, which ended with the title, reads with no solvent.
+        const QByteArray first = formatRunRecord(odd).chopped(formatRunRecord(odd).size()
+                                                              - formatRunRecord(odd).lastIndexOf('\t'));
+        odd.solvent.clear();
+        QCOMPARE(parseRunRecord(first), std::optional<RunRecord>(odd));
 
         // Damaged lines between good ones are skipped, the last one cut short included.
         const QByteArray content = formatRunRecord(record(u"A"_s, 1)) + "\nrubbish\n\n"
@@ -187,9 +219,9 @@ private Q_SLOTS:
     void runLoopRecordsHistory()
     {
         linkPrograms(2);
-        addItem(5, 0);
-        addItem(5, 1); // same position: neither ejected before nor loaded again
-        addItem(7, 2);
+        addItem(5, 0, u"Idle"_s, u"CDCl3"_s);
+        addItem(5, 1, u"Idle"_s, u"CDCl3"_s); // same position: neither ejected nor loaded again
+        addItem(7, 2, u"Idle"_s, u"D2O"_s);
         m_lab->expedra->failingExperiments = {2};
         QStringList seenDuringItem3;
         connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [&] {
@@ -214,6 +246,7 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i) {
             const RunRecord& r = records[std::size_t(i)];
             QCOMPARE(r.title, expected[i].title);
+            QCOMPARE(r.solvent, gQueue(i + 1).Solvent);
             QCOMPARE(r.outcome, expected[i].outcome);
             QCOMPARE(r.mode, RunMode::Changer);
             QCOMPARE(r.loaded, expected[i].loaded);
@@ -261,6 +294,57 @@ private Q_SLOTS:
         QCOMPARE(records.size(), std::size_t(kHistoryRecordsPerTitle));
         QVERIFY(readFile(historyPath()).startsWith(formatRunRecord(records.front())));
         QVERIFY(std::abs(records.back().experimentSeconds - 61) < 0.1);
+    }
+
+    // A history that is no regular file is neither read nor written: opening a FIFO would wait
+    // for its other end, and the forecast and the run would wait with it.
+    void historyThatIsNoFile()
+    {
+#ifdef Q_OS_UNIX
+        QCOMPARE(::mkfifo(QFile::encodeName(historyPath()).constData(), 0600), 0);
+        linkPrograms(2);
+        addItem(5, 0);
+        QVERIFY(runHistory().empty());
+        QCOMPARE(forecastNow().items.size(), std::size_t(1));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"^Spinlane: the run history .* cannot be written "
+                                                u"\\(not a regular file\\); the run goes on "
+                                                u"without it$"_s));
+        RunQueue();
+        QCOMPARE(statuses(), QStringList{u"Done"_s});
+        QCOMPARE(runHistory().size(), std::size_t(1)); // kept for the forecast all the same
+        QVERIFY(!QFileInfo(historyPath()).isFile());
+#else
+        QSKIP("FIFOs are a Unix matter");
+#endif
+    }
+
+    // A history grown huge by other means (every line a title of its own) is read from its newest
+    // part only, bounded in all, and rewritten with what is kept at the next record.
+    void hugeHistoryReadFromItsNewestPart()
+    {
+        QByteArray content;
+        int titles = 0;
+        while (content.size() < kHistoryBytesRead + kHistoryBytesRead / 2)
+            content += formatRunRecord(record(u"T"_s + QString::number(titles++), 100)) + '\n';
+        writeFile(historyPath(), content);
+        bool oversized = false;
+        const std::vector<RunRecord> read = readRunHistory(historyPath(), &oversized);
+        QVERIFY(oversized);
+        QCOMPARE(read.size(), std::size_t(kHistoryRecords));
+        QCOMPARE(read.front().title, u"T"_s + QString::number(titles - kHistoryRecords));
+        QCOMPARE(read.back().title, u"T"_s + QString::number(titles - 1));
+
+        linkPrograms(2);
+        addItem(5, 0);
+        RunQueue();
+        const std::vector<RunRecord> kept = parseRunHistory(readFile(historyPath()));
+        QCOMPARE(kept.size(), std::size_t(kHistoryRecords));
+        QCOMPARE(kept.front().title, u"T"_s + QString::number(titles - kHistoryRecords + 1));
+        QCOMPARE(kept.back().title, u"PROTON"_s);
+        bool stillOversized = true;
+        QCOMPARE(readRunHistory(historyPath(), &stillOversized).size(), kept.size());
+        QVERIFY(!stillOversized);
     }
 
     void forecastFollowsTheRunLoop_data()
@@ -317,7 +401,7 @@ private Q_SLOTS:
         for (const QString& item : queue.split(u' ', Qt::SkipEmptyParts)) {
             const QStringList f = item.split(u':');
             in.queue.push_back({qint32(in.queue.size() + 1), f[0].toInt(), f[1],
-                                QString(f[2]).replace(u'\u00a0', u' ')});
+                                QString(f[2]).replace(u'\u00a0', u' '), QString()});
         }
         const Forecast forecast = forecastQueue(in, FixedModel());
         QCOMPARE(describe(forecast), expected);
@@ -343,13 +427,38 @@ private Q_SLOTS:
         const Estimate carbon = model.experiment(u"CARBON"_s, false);
         QCOMPARE(carbon.basis, Basis::Default);
         QCOMPARE(carbon.seconds, 1800.0 + kWaitAfterRunStart + kWaitAfterExperiment);
-        QVERIFY(!model.experiment(u"COSY"_s, false).known());
+        // A title never run and without a default: the median of the instrument's latest runs.
+        const Estimate cosy = model.experiment(u"COSY"_s, false);
+        QCOMPARE(cosy.basis, Basis::Typical);
+        QCOMPARE(cosy.runs, 7);
+        QCOMPARE(cosy.seconds, 300.0);
+        QVERIFY(!HistoryModel({}, {}).experiment(u"COSY"_s, false).known());
         QCOMPARE(model.load(), 20.0);
         QCOMPARE(model.eject(), 10.0);
 
         for (int i = 0; i < 3; ++i)
             history.push_back(record(u"PROTON"_s, 100, u"Done"_s, false));
         QCOMPARE(HistoryModel(history, {}).experiment(u"PROTON"_s, true).seconds, 100.0);
+        // A freshly loaded sample's solvent counts once it has five runs of the title.
+        std::vector<RunRecord> solvents;
+        for (int i = 0; i < 10; ++i) {
+            solvents.push_back(record(u"NOESY"_s, i < 5 ? 200 : 400));
+            solvents.back().solvent = i < 5 ? u"CDCl3"_s : u"DMSO"_s;
+        }
+        solvents.push_back(record(u"NOESY"_s, 100));
+        solvents.back().solvent = u"D2O"_s;
+        const HistoryModel bySolvent(solvents, {});
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, false).seconds, 400.0);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, false).runs, 5);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"CDCl3"_s, false).seconds, 200.0);
+        const Estimate whole = bySolvent.experiment(u"NOESY"_s, false);
+        QCOMPARE(whole.runs, 11);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"D2O"_s, false).seconds, whole.seconds);
+        QCOMPARE(bySolvent.experimentIn(u"NOESY"_s, u"DMSO"_s, true).seconds,
+                 bySolvent.experiment(u"NOESY"_s, true).seconds);
+        QCOMPARE(HistoryModel(solvents, {}, false).experimentIn(u"NOESY"_s, u"DMSO"_s, false).seconds,
+                 whole.seconds);
+
         // Only the latest runs count: the lab's PROTON got slower.
         for (int i = 0; i < 40; ++i)
             history.push_back(record(u"PROTON"_s, 600));
@@ -360,6 +469,74 @@ private Q_SLOTS:
         QCOMPARE(empty.load(), double(kWaitAfterMotion));
         QCOMPARE(empty.spin(), double(kWaitBetweenSpinCommands + kWaitAfterSpin));
         QCOMPARE(empty.eject(), double(kWaitAfterMotion));
+    }
+
+    // The range's arithmetic, worked by hand. A's runs are 100, 110, ..., 190 s: the mean of the
+    // middle half 145, the 10th percentile 109 and the 90th 181, so 36 s either way. B's runs
+    // are 100, 120, ..., 280 s: 190, 72 s either way. Their 20 runs together, for a title never
+    // run (typical): the median 160, the mean 167.5, the 10th percentile 109 and the 90th 242.
+    // A range centres on the sum of the means. Items without sample handling, so that the
+    // experiment alone counts.
+    void forecastRanges_data()
+    {
+        QTest::addColumn<QString>("queue"); // title:status per item
+        QTest::addColumn<int>("takenUp"); // seconds before now that item 1 went "In progress"
+        QTest::addColumn<QStringList>("expected");
+        QTest::newRow("one item") << u"A:Idle"_s << -1
+                                  << QStringList{u"1 0[0,0] 145[109,181] history/10"_s};
+        // 36 and 72 s add as independent spreads: sqrt(36² + 72²) = 80.498, not 108.
+        QTest::newRow("two items of known spread")
+            << u"A:Idle B:Idle"_s << -1
+            << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
+                           u"2 145[109,181] 335[254.502,415.498] history/10"_s};
+        // X takes the typical 160 s; its range lies 58.5 s below and 74.5 s above its mean, 7.5 s
+        // later: 305 + 7.5 - sqrt(36² + 58.5²) = 243.810 and 312.5 + sqrt(36² + 74.5²) =
+        // 395.242; with the third item's 36 s, 457.5 - 77.552 and 457.5 + 90.234.
+        QTest::newRow("unknown title between known ones")
+            << u"A:Idle X:Idle A:Idle"_s << -1
+            << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
+                           u"2 145[109,181] 305[243.81,395.242] typical/20"_s,
+                           u"3 305[243.81,395.242] 450[379.948,547.734] history/10"_s};
+        // Past its median, at 160 s: the runs of 160, 170, 180 and 190 s leave 0, 10, 20 and
+        // 30 s, the mean of the middle two 15, their 10th and 90th percentiles 3 and 27.
+        // Behind it, sqrt(12² + 36²) = 37.947 either way.
+        QTest::newRow("running past its median")
+            << u"A:In\u00a0progress A:Idle"_s << 160
+            << QStringList{u"1 -160[-160,-160] 15[3,27] history/4"_s,
+                           u"2 15[3,27] 160[122.053,197.947] history/10"_s};
+        // Past every run: 30 s more, from now to 36 s beyond (A's own spread), and it says so.
+        // Behind it sqrt(30² + 36²) = 46.861 below and sqrt(36² + 36²) = 50.912 above.
+        QTest::newRow("running past every run")
+            << u"A:In\u00a0progress A:Idle"_s << 200
+            << QStringList{u"1 -200[-200,-200] 30[0,66] history/10 beyond"_s,
+                           u"2 30[0,66] 175[128.139,225.912] history/10"_s};
+    }
+    void forecastRanges()
+    {
+        QFETCH(QString, queue);
+        QFETCH(int, takenUp);
+        QFETCH(QStringList, expected);
+        std::vector<RunRecord> history;
+        for (int i = 0; i < 10; ++i)
+            history.push_back(record(u"A"_s, 100 + 10 * i));
+        for (int i = 0; i < 10; ++i)
+            history.push_back(record(u"B"_s, 100 + 20 * i));
+        for (RunRecord& r : history)
+            r.mode = RunMode::Experiments;
+        const HistoryModel model(history, {});
+        ForecastInput in;
+        in.mode = RunMode::Experiments;
+        in.now = kStart;
+        in.running = takenUp >= 0;
+        in.currentQueueNum = in.running ? 1 : 0;
+        in.currentTakenUp = kStart.addSecs(-takenUp);
+        in.firstItem = in.running ? 2 : 1;
+        for (const QString& item : queue.split(u' ')) {
+            const QStringList f = item.split(u':');
+            in.queue.push_back({qint32(in.queue.size() + 1), qint32(in.queue.size() + 1), f[0],
+                                QString(f[1]).replace(u'\u00a0', u' '), QString()});
+        }
+        QCOMPARE(describeRanges(forecastQueue(in, model)), expected);
     }
 
     void defaultsFromTheSettingsFile()

@@ -29,6 +29,7 @@
 #include <QRegularExpression>
 #include <QSignalSpy>
 
+#include <cmath>
 #include <csignal>
 
 using namespace Qt::StringLiterals;
@@ -334,9 +335,12 @@ private Q_SLOTS:
                  "no start time");
         // Run again would take up only the failed item, now, learned from the items run.
         const QString queue = statusTool({u"--queue"_s});
-        static const QRegularExpression failed(
-            u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed +[-0-9]*:?[ 0-9]+:[0-9]{2} "
-            u"+[-0-9]*:?[ 0-9]+:[0-9]{2}\n"_s);
+        // The end with its range, as "14:25 (14:10-14:40)" unless the range falls within the
+        // minute, as it does for these short runs; the start is certain.
+        static const QString time = u"[-0-9]*:?[ 0-9]+:[0-9]{2}"_s;
+        static const QRegularExpression failed(u"\n002 +SN2 +20 +Sample 2 +PROTON +ann +Failed +"_s
+                                               + time + u" +"_s + time + u"( \\("_s + time
+                                               + u"-"_s + time + u"\\))?\n"_s);
         static const QRegularExpression done(u"\n003 +SN3 +30 +Sample 3 +PROTON +ann +Done *\n"_s);
         QVERIFY2(queue.contains(failed) && queue.contains(done) && queue.count(u'\n') == 6
                      && queue.endsWith(u"\nNo run goes on: the times are as if it were started "
@@ -387,8 +391,10 @@ private Q_SLOTS:
         QList<QVariantMap> forecast = forecastOnBus();
         QCOMPARE(forecast.size(), 3);
         QCOMPARE(forecast[0].keys(),
-                 (QStringList{u"Basis"_s, u"ExpectedEnd"_s, u"ExpectedSeconds"_s,
-                              u"ExpectedStart"_s, u"IfStartedNow"_s, u"QueueNumber"_s, u"Runs"_s}));
+                 (QStringList{u"Basis"_s, u"EarliestEnd"_s, u"EarliestStart"_s, u"ExpectedEnd"_s,
+                              u"ExpectedSeconds"_s, u"ExpectedStart"_s, u"IfStartedNow"_s,
+                              u"LatestEnd"_s, u"LatestStart"_s, u"LongerThanAnyRun"_s,
+                              u"QueueNumber"_s, u"Runs"_s}));
         QVERIFY(timeOf(forecast[0], u"ExpectedStart"_s)
                 >= QDateTime::currentDateTime().addSecs(-1));
         for (int i = 0; i < 3; ++i) {
@@ -396,9 +402,13 @@ private Q_SLOTS:
             QCOMPARE(forecast[i][u"Basis"_s].toString(), u"none"_s);
             QCOMPARE(forecast[i][u"ExpectedSeconds"_s].toInt(), -1);
             QCOMPARE(forecast[i][u"ExpectedEnd"_s].toString(), QString());
+            QCOMPARE(forecast[i][u"LatestEnd"_s].toString(), QString());
             QVERIFY(forecast[i][u"IfStartedNow"_s].toBool());
         }
         QCOMPARE(forecast[1][u"ExpectedStart"_s].toString(), QString());
+        QCOMPARE(forecast[1][u"EarliestStart"_s].toString(), QString());
+        QCOMPARE(forecast[0][u"EarliestStart"_s], forecast[0][u"ExpectedStart"_s]);
+        QCOMPARE(forecast[0][u"LatestStart"_s], forecast[0][u"ExpectedStart"_s]);
 
         // The lab's default: every item known, each starting when the one before ends.
         writeFile(gIniPath, "[Forecast]\r\nPROTON=60\r\n");
@@ -412,6 +422,22 @@ private Q_SLOTS:
         for (int i = 1; i < 3; ++i)
             QCOMPARE(timeOf(forecast[i], u"ExpectedStart"_s),
                      timeOf(forecast[i - 1], u"ExpectedEnd"_s));
+        // A default's range: from a quarter below to a half above its 60 s, and for a sum of
+        // items sqrt(n) times that (to the second the interface gives).
+        const auto offset = [&](int i, const QString& from, const QString& to) {
+            return timeOf(forecast[i], from).secsTo(timeOf(forecast[i], to));
+        };
+        const struct {
+            int item;
+            double below, above;
+        } ranges[] = {{0, 15, 30}, {1, 15 * std::sqrt(2.0), 30 * std::sqrt(2.0)},
+                      {2, 15 * std::sqrt(3.0), 30 * std::sqrt(3.0)}};
+        for (const auto& r : ranges) {
+            QVERIFY(std::abs(offset(r.item, u"EarliestEnd"_s, u"ExpectedEnd"_s) - r.below) <= 1);
+            QVERIFY(std::abs(offset(r.item, u"ExpectedEnd"_s, u"LatestEnd"_s) - r.above) <= 1);
+            QVERIFY(!forecast[r.item][u"LongerThanAnyRun"_s].toBool());
+        }
+        QCOMPARE(forecast[1][u"LatestStart"_s], forecast[0][u"LatestEnd"_s]);
 
         // Each kind of change is signalled once, when it came in one go; a mark that the list's
         // columns do not show is none.
@@ -463,6 +489,9 @@ private Q_SLOTS:
         QCOMPARE(during[0][u"Runs"_s].toInt(), 2);
         QVERIFY(!during[0][u"IfStartedNow"_s].toBool());
         QVERIFY(timeOf(during[0], u"ExpectedEnd"_s) > timeOf(during[0], u"ExpectedStart"_s));
+        QCOMPARE(during[0][u"EarliestStart"_s], during[0][u"ExpectedStart"_s]);
+        QVERIFY(timeOf(during[0], u"EarliestEnd"_s) <= timeOf(during[0], u"ExpectedEnd"_s));
+        QVERIFY(timeOf(during[0], u"LatestEnd"_s) >= timeOf(during[0], u"ExpectedEnd"_s));
         QCOMPARE(runHistory().size(), std::size_t(3));
 
         // Run again: only the failed item, as if it started now.

@@ -414,6 +414,11 @@ private Q_SLOTS:
             QCOMPARE(queue[0][u"experiment"_s], u"PROTON"_s);
             QCOMPARE(queue[1][u"number"_s], 2);
             QCOMPARE(queue[2][u"position"_s], 1);
+            // The forecast's range is carried for every item; the next run skips these.
+            for (const QString& key : {u"expectedStart"_s, u"earliestStart"_s, u"latestStart"_s,
+                                       u"earliestEnd"_s, u"latestEnd"_s})
+                QCOMPARE(queue[0][key], QJsonValue(QString()));
+            QCOMPARE(queue[0][u"longerThanAnyRun"_s], QJsonValue(false));
             const QJsonObject current = instrument[u"current"_s].toObject();
             QCOMPARE(current[u"number"_s], 3);
             QCOMPARE(current[u"status"_s], u"Done"_s);

@@ -88,11 +88,23 @@ QHash<int, Expected> expectedTimes(bool& ifStartedNow)
                                         QDate::currentDate());
         return shown.isEmpty() ? u"?"_s : shown;
     };
+    // The likely time, then the range it falls in four times in five when that says more.
+    const auto ranged = [&](const QVariantMap& item, const QString& likely, const QString& earliest,
+                            const QString& latest) {
+        const QString time = shown(item.value(likely).toString());
+        const QString low = shown(item.value(earliest).toString());
+        const QString high = shown(item.value(latest).toString());
+        if (time == u"?"_s || low == u"?"_s || high == u"?"_s || (low == time && high == time))
+            return time;
+        return time + u" ("_s + low + u'-' + high + u')';
+    };
     for (const QVariantMap& item : argumentAs<QList<QVariantMap>>(
              callSpinlane(kStatusInterface, u"Forecast"_s).arguments().first())) {
         times.insert(item.value(u"QueueNumber"_s).toInt(),
-                     {shown(item.value(u"ExpectedStart"_s).toString()),
-                      shown(item.value(u"ExpectedEnd"_s).toString())});
+                     {ranged(item, u"ExpectedStart"_s, u"EarliestStart"_s, u"LatestStart"_s),
+                      item.value(u"LongerThanAnyRun"_s).toBool()
+                          ? u"longer than any past run"_s
+                          : ranged(item, u"ExpectedEnd"_s, u"EarliestEnd"_s, u"LatestEnd"_s)});
         ifStartedNow = item.value(u"IfStartedNow"_s).toBool();
     }
     return times;

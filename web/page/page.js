@@ -30,6 +30,33 @@ function endText(item, live) {
   return localTime(item.expectedEnd) + ' · ' + untilText(item.expectedEnd, item.basis);
 }
 
+// A time with the range it falls in four times in five: the page shows the range where it has
+// room (page.css), the likely time where not; `after` follows either ("· in 25 min").
+function timeContent(likely, earliest, latest, after) {
+  const time = localTime(likely);
+  if (!time) return '';
+  const low = localTime(earliest);
+  const high = localTime(latest);
+  const content = document.createDocumentFragment();
+  if (low && high && (low !== time || high !== time)) {
+    const range = element('span', 'range', low + '-' + high);
+    range.title = 'likely ' + time + '; four times in five between these';
+    content.append(range, element('span', 'likely', time));
+  } else {
+    content.append(time);
+  }
+  if (after) content.append(after);
+  return content;
+}
+
+// The expected end column: as endText, with the range where the page has room.
+function endContent(item, live) {
+  if (finished(item) || !live || !item.expectedEnd) return endText(item, live);
+  if (item.longerThanAnyRun) return 'longer than any past run';
+  return timeContent(item.expectedEnd, item.earliestEnd, item.latestEnd,
+                     ' · ' + untilText(item.expectedEnd, item.basis));
+}
+
 // The columns the queue shows: the sample and user columns only when the server sends them.
 function columns(data) {
   const all = [
@@ -39,8 +66,9 @@ function columns(data) {
     ['Experiment', 'wrap', (item) => item.experiment],
     ['User', 'user', (item) => item.user, data.usersHidden],
     ['Status', 'status', null],
-    ['Expected start', 'start', (item) => (finished(item) ? '' : localTime(item.expectedStart))],
-    ['Expected end', 'end', (item) => endText(item, data.spinlane)],
+    ['Expected start', 'start', (item) => (finished(item) ? '' : timeContent(item.expectedStart,
+                                            item.earliestStart, item.latestStart, ''))],
+    ['Expected end', 'end', (item) => endContent(item, data.spinlane)],
   ];
   return all.filter((column) => !column[3]);
 }
@@ -70,7 +98,9 @@ function renderQueue(data) {
         status.appendChild(badge);
         continue;
       }
-      const td = cell(row, text(item), className);
+      const content = text(item);
+      const td = cell(row, typeof content === 'string' ? content : '', className);
+      if (typeof content !== 'string') td.appendChild(content);
       if (!finished(item)) td.dataset.label = title; // a phone's label: "Expected end: …"
     }
     rows.push(row);
@@ -119,7 +149,8 @@ function mineCard(data, item, before) {
   } else if (!data.spinlane) {
     when = item.status.toLowerCase();
   } else if (item.status === 'In progress') {
-    when = 'running' + (item.expectedEnd ? ', expected end ' + endText(item, true).replace(' · ', ', ')
+    when = item.longerThanAnyRun ? 'running, longer than any past run'
+         : 'running' + (item.expectedEnd ? ', expected end ' + endText(item, true).replace(' · ', ', ')
                                          : ', no expected end yet');
   } else {
     when = item.expectedEnd ? 'expected ' + endText(item, true).replace(' · ', ', ')
