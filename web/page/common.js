@@ -25,7 +25,8 @@ function localTime(iso) {
 
 // How long until `iso`, in whole minutes rounded as the clock times are: "in 25 min",
 // "in 1 h 5 min"; "about 1 h 40 min" when the estimate is the lab's default for the experiment
-// rather than learned from its past runs; "any minute now" once the time has come.
+// or the instrument's typical run rather than learned from the experiment's own past runs; "any
+// minute now" once the time has come.
 function untilText(iso, basis) {
   const at = Date.parse(iso);
   if (isNaN(at)) return '';
@@ -34,7 +35,7 @@ function untilText(iso, basis) {
   const hours = Math.floor(minutes / 60);
   const span = (hours ? hours + ' h' + (minutes % 60 ? ' ' : '') : '') +
                (minutes % 60 ? (minutes % 60) + ' min' : '');
-  return (basis === 'default' ? 'about ' : 'in ') + span;
+  return (basis === 'default' || basis === 'typical' ? 'about ' : 'in ') + span;
 }
 
 function number(n) { return String(n).padStart(3, '0'); }
