@@ -167,6 +167,20 @@ def inside_lab(web_program, runner, screenshots):
                 raise AssertionError("an expected end beyond the phone's edge: %r" % cell.text)
         driver.save_screenshot(os.path.join(shots, "web-phone.png"))
 
+        # A waiting item's expected end: the likely time on the phone, the range it falls in four
+        # times in five where the window has room.
+        end_part = lambda part: driver.find_element(
+            By.CSS_SELECTOR, '#queue tr[data-number="3"] td.end .' + part)
+        expect("the likely end on the phone",
+               (end_part("likely").is_displayed(), end_part("range").is_displayed()), (True, False))
+        driver.set_window_size(1280, 900)
+        until("the range at 1280 px", lambda: end_part("range").is_displayed()
+              and not end_part("likely").is_displayed())
+        if not re.fullmatch("%s-%s" % (CLOCK, CLOCK), end_part("range").get_attribute("textContent")):
+            raise AssertionError("the range: %r" % end_part("range").get_attribute("textContent"))
+        driver.save_screenshot(os.path.join(shots, "web-wide-running.png"))
+        driver.set_window_size(390, 844)
+
         until("item 1 done", lambda: status(1) == "Done")
         expect("the page kept its state (no reload)",
                driver.execute_script("return window.notReloaded === true"), True)
