@@ -510,9 +510,8 @@ void report(const char* name, const WeekResult& week)
             const int all = ranged[by][band];
             const int in = inRange[by][band];
             const int before = early[by][band];
-            std::printf("  %-14s %5.1f %% of %d (%.1f %% before it, %.1f %% after)\n",
-                        kBands[band], share(in, all), all, share(before, all),
-                        share(all - in - before, all));
+            std::printf("  %-14s %5.1f %% of %d (%.1f %% before it, %.1f %% after)\n", kBands[band],
+                        share(in, all), all, share(before, all), share(all - in - before, all));
         }
     }
     std::printf("\n");
