@@ -11,7 +11,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -29,8 +31,24 @@ constexpr int kSpreadRuns = 5;
 constexpr double kFewRunsSpread = 0.25;
 // A lab's default is a nominal time, and real runs overrun nominal times more than they
 // underrun them: its range goes from a quarter below to a half above it.
+// The error is the nominal time's, so every item of the title shares it.
 constexpr double kDefaultBelow = 0.25;
 constexpr double kDefaultAbove = 0.5;
+
+// The 90th percentile of Student's t distribution by degrees of freedom (1 to 29), over the
+// normal distribution's (1.2816): how much wider a range must be when the spread it comes from is
+// itself estimated from so many runs.
+double fewRunsWidening(int runs)
+{
+    static constexpr double kT90[] = {3.078, 1.886, 1.638, 1.533, 1.476, 1.440, 1.415, 1.397,
+                                      1.383, 1.372, 1.363, 1.356, 1.350, 1.345, 1.341, 1.337,
+                                      1.333, 1.330, 1.328, 1.325, 1.323, 1.321, 1.319, 1.318,
+                                      1.316, 1.315, 1.314, 1.313, 1.311};
+    constexpr int kRows = int(std::size(kT90));
+    if (runs < 2)
+        return 1; // no spread to widen: the floor for few runs sets it
+    return kT90[std::min(runs - 1, kRows) - 1] / 1.2816;
+}
 
 // The latest values, sorted.
 std::vector<double> latestSorted(const std::vector<double>& values)
@@ -81,6 +99,33 @@ Estimate fromRuns(const std::vector<double>& sorted, Basis basis,
     return e;
 }
 
+// A title's estimate from its runs: the spread widened for their number, and the error of their
+// mean, the spread over the square root of their number, shared by the items of `source`.
+Estimate learnedFrom(const std::vector<double>& sorted, const QString& source)
+{
+    Estimate e = fromRuns(sorted, Basis::History, robustMean);
+    if (!e.known())
+        return e;
+    const double widen = fewRunsWidening(e.runs);
+    const double root = std::sqrt(double(e.runs));
+    e.below *= widen;
+    e.above *= widen;
+    e.sharedBelow = e.below / root;
+    e.sharedAbove = e.above / root;
+    e.source = source;
+    return e;
+}
+
+// An estimate whose whole range is an error every item of `source` shares.
+Estimate sharedWholly(Estimate e, const QString& source)
+{
+    e.sharedBelow = e.below;
+    e.sharedAbove = e.above;
+    e.below = e.above = 0;
+    e.source = source;
+    return e;
+}
+
 double median(const std::vector<double>& sorted) { return quantile(sorted, 0.5); }
 
 double learnedOr(const std::vector<double>& runs, double fixedWaits)
@@ -123,6 +168,7 @@ Estimate DurationModel::experimentLeft(const QString& title, bool sameSample, do
     e.seconds = std::max(e.seconds - elapsed, kRemainingFloorSeconds);
     e.shift = std::max(e.shift, -e.seconds);
     e.below = std::min(e.below, e.seconds + e.shift);
+    e.sharedBelow = std::min(e.sharedBelow, e.seconds + e.shift);
     return e;
 }
 
@@ -160,10 +206,28 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
     QDateTime clock = in.now; // when the next item is taken up; invalid once unknown
     // Over the items ahead: the sum of their means less their estimates, and the sums of the
     // squared distances from their means to their 10th and 90th percentiles, as independent
-    // times add their variances.
+    // times add their variances. The errors of the learned means add up per source first (the
+    // same error, ten items of a title make it ten times as large), and those sums add as
+    // independent ones do.
     double shift = 0;
     double below2 = 0;
     double above2 = 0;
+    QHash<QString, std::pair<double, double>> sharedBySource;
+    const auto add = [&](const Estimate& e) {
+        shift += e.shift;
+        below2 += e.below * e.below;
+        above2 += e.above * e.above;
+        if (e.source.isEmpty()) {
+            below2 += e.sharedBelow * e.sharedBelow;
+            above2 += e.sharedAbove * e.sharedAbove;
+            return;
+        }
+        std::pair<double, double>& sum = sharedBySource[e.source];
+        below2 += e.sharedBelow * (2 * sum.first + e.sharedBelow);
+        above2 += e.sharedAbove * (2 * sum.second + e.sharedAbove);
+        sum.first += e.sharedBelow;
+        sum.second += e.sharedAbove;
+    };
     const auto range = [&](const QDateTime& time, QDateTime& earliest, QDateTime& latest) {
         if (!time.isValid())
             return;
@@ -190,9 +254,7 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         if (left.known()) {
             item.expectedEnd = after(in.now, left.seconds);
             item.expectedSeconds = qint32(std::lround(secondsBetween(start, item.expectedEnd)));
-            shift = left.shift;
-            below2 = left.below * left.below;
-            above2 = left.above * left.above;
+            add(left);
             range(item.expectedEnd, item.earliestEnd, item.latestEnd);
         }
         clock = item.expectedEnd;
@@ -216,9 +278,7 @@ Forecast forecastQueue(const ForecastInput& in, const DurationModel& model)
         range(clock, item.earliestStart, item.latestStart);
         if (estimate.known()) {
             item.expectedSeconds = qint32(std::lround(estimate.seconds));
-            shift += estimate.shift;
-            below2 += estimate.below * estimate.below;
-            above2 += estimate.above * estimate.above;
+            add(estimate);
             if (clock.isValid())
                 item.expectedEnd = after(clock, estimate.seconds);
             range(item.expectedEnd, item.earliestEnd, item.latestEnd);
@@ -265,17 +325,23 @@ HistoryModel::HistoryModel(const std::vector<RunRecord>& history, QHash<QString,
         all.insert(all.end(), runs.same.begin(), runs.same.end());
         runs.freshBasis = latestSorted(runs.fresh.size() >= kEnoughRuns ? runs.fresh : all);
         runs.sameBasis = latestSorted(runs.same.size() >= kEnoughRuns ? runs.same : all);
-        runs.freshEstimate = fromRuns(runs.freshBasis, Basis::History, robustMean);
-        runs.sameEstimate = fromRuns(runs.sameBasis, Basis::History, robustMean);
+        // Two states learned from the same runs share their error.
+        const QString title = it.key() + u'\n';
+        runs.freshEstimate = learnedFrom(
+            runs.freshBasis, title + (runs.fresh.size() >= kEnoughRuns ? u"fresh"_s : u"all"_s));
+        runs.sameEstimate = learnedFrom(
+            runs.sameBasis, title + (runs.same.size() >= kEnoughRuns ? u"same"_s : u"all"_s));
         for (auto solvent = runs.freshBySolvent.cbegin(); solvent != runs.freshBySolvent.cend();
              ++solvent) {
             if (solvent->size() >= kEnoughSolventRuns)
                 runs.solventEstimates.insert(
-                    solvent.key(), fromRuns(latestSorted(*solvent), Basis::History, robustMean));
+                    solvent.key(),
+                    learnedFrom(latestSorted(*solvent), title + u"fresh\n"_s + solvent.key()));
         }
         runs.freshBySolvent.clear();
     }
     // A title never run: the instrument's recent experiments of any title, whose spread is wide.
+    // Where in that spread the title lies is one unknown for all its items.
     m_typical = fromRuns(latestSorted(experiments), Basis::Typical, median);
 }
 
@@ -286,9 +352,10 @@ Estimate HistoryModel::experiment(const QString& title, bool sameSample) const
         return sameSample ? runs->sameEstimate : runs->freshEstimate;
     const auto preset = m_defaults.constFind(title.toCaseFolded());
     if (preset == m_defaults.constEnd())
-        return m_typical;
-    return {*preset + kWaitAfterRunStart + kWaitAfterExperiment, Basis::Default, 0,
-            kDefaultBelow * *preset, kDefaultAbove * *preset};
+        return m_typical.known() ? sharedWholly(m_typical, u"typical\n"_s + title) : m_typical;
+    return sharedWholly({*preset + kWaitAfterRunStart + kWaitAfterExperiment, Basis::Default, 0,
+                         kDefaultBelow * *preset, kDefaultAbove * *preset},
+                        u"default\n"_s + title);
 }
 
 Estimate HistoryModel::experimentIn(const QString& title, const QString& solvent,
@@ -316,12 +383,14 @@ Estimate HistoryModel::experimentLeft(const QString& title, bool sameSample, dou
             left.push_back(seconds - elapsed);
     }
     if (!left.empty())
-        return fromRuns(left, Basis::History, robustMean);
+        return learnedFrom(left, QString());
     Estimate beyond = sameSample ? runs->sameEstimate : runs->freshEstimate;
     beyond.seconds = kRemainingFloorSeconds;
     beyond.shift = 0;
     beyond.below = kRemainingFloorSeconds;
     beyond.above = std::max(beyond.above, kRemainingFloorSeconds);
+    beyond.sharedBelow = beyond.sharedAbove = 0;
+    beyond.source.clear();
     beyond.beyondRuns = true;
     return beyond;
 }

@@ -39,6 +39,13 @@ struct Estimate {
     double shift = 0;
     double below = 0;
     double above = 0;
+    // How far the learned mean itself may be off, the same way: an error that every item of the
+    // same `source` shares (the same title learned from the same runs, or the same nominal time),
+    // so over the items ahead it adds up as a whole, not as independent spreads do. Without a
+    // source it counts as the item's own.
+    double sharedBelow = 0;
+    double sharedAbove = 0;
+    QString source;
     // The time left of a running item that has run longer than every past run of its kind.
     bool beyondRuns = false;
 
@@ -96,8 +103,9 @@ struct ForecastItem {
     qint32 expectedSeconds = -1;
     Basis basis = Basis::None;
     int runs = 0;
-    // The 10th and 90th percentiles of the start and the end (invalid when unknown): the items
-    // ahead taken as independent, so that their spreads add as variances do, not as ranges.
+    // The 10th and 90th percentiles of the start and the end (invalid when unknown): the items'
+    // own spreads add as independent variances do, not as ranges; the errors of the learned
+    // means add per source first, as one shared error.
     QDateTime earliestStart;
     QDateTime latestStart;
     QDateTime earliestEnd;
@@ -118,9 +126,12 @@ Forecast forecastQueue(const ForecastInput& input, const DurationModel& model);
 // middle half) of its title's latest runs that were not stopped, those with the same sample
 // state when there are enough, and of a freshly loaded sample those in the same solvent when
 // there are enough of them (the lock and the shim depend on it); its spread their 10th and 90th
-// percentiles. A load, a spin and an
-// eject the same over the changer's latest runs. Without history, the fixed waits alone, plus for
-// an experiment its title's default, or else the instrument's typical experiment.
+// percentiles, widened as a Student t interval is for the few runs they come from, and the
+// standard error of the mean (that spread over the square root of the runs) shared by every item
+// of the title. A load, a spin and an eject the same over the changer's latest runs. Without
+// history, the fixed waits alone, plus for an experiment its title's default, or else the
+// instrument's typical experiment, both of whose ranges are an error every item of the title
+// shares.
 class HistoryModel : public DurationModel {
 public:
     // `defaults`: seconds per experiment title, as the lab sets them. `bySolvent`: whether the

@@ -472,44 +472,60 @@ private Q_SLOTS:
     }
 
     // The range's arithmetic, worked by hand. A's runs are 100, 110, ..., 190 s: the mean of the
-    // middle half 145, the 10th percentile 109 and the 90th 181, so 36 s either way. B's runs
-    // are 100, 120, ..., 280 s: 190, 72 s either way. Their 20 runs together, for a title never
-    // run (typical): the median 160, the mean 167.5, the 10th percentile 109 and the 90th 242.
-    // A range centres on the sum of the means. Items without sample handling, so that the
+    // middle half 145, the 10th percentile 109 and the 90th 181, so 36 s either way; from ten
+    // runs, widened by Student's t for nine degrees of freedom, 1.383 / 1.2816, to a = 38.848 s,
+    // and the error of the mean a / sqrt(10) = 12.285 s, which every A ahead shares. B's runs are
+    // 100, 120, ..., 280 s: 190, 72 s either way, b = 77.697 s, shared 24.570 s. Their 20 runs
+    // together, for a title never run (typical): the median 160, the mean 167.5, the 10th
+    // percentile 109 and the 90th 242, a range every item of that title shares, not widened. A
+    // range centres on the sum of the means. Items without sample handling, so that the
     // experiment alone counts.
     void forecastRanges_data()
     {
         QTest::addColumn<QString>("queue"); // title:status per item
         QTest::addColumn<int>("takenUp"); // seconds before now that item 1 went "In progress"
         QTest::addColumn<QStringList>("expected");
+        // sqrt(a² + 12.285²) = 40.745 either way.
         QTest::newRow("one item") << u"A:Idle"_s << -1
-                                  << QStringList{u"1 0[0,0] 145[109,181] history/10"_s};
-        // 36 and 72 s add as independent spreads: sqrt(36² + 72²) = 80.498, not 108.
+                                  << QStringList{u"1 0[0,0] 145[104.256,185.744] history/10"_s};
+        // A's and B's spreads and errors add as independent ones: sqrt(a² + 12.285² + b² +
+        // 24.570²) = 91.107, not their sum.
         QTest::newRow("two items of known spread")
             << u"A:Idle B:Idle"_s << -1
-            << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
-                           u"2 145[109,181] 335[254.502,415.498] history/10"_s};
+            << QStringList{u"1 0[0,0] 145[104.256,185.744] history/10"_s,
+                           u"2 145[104.256,185.744] 335[243.893,426.107] history/10"_s};
+        // Three As: their own spreads add as independent ones, the error of A's mean three
+        // times over: sqrt(3a² + (3 × 12.285)²) = 76.719; independent it would be 70.571.
+        QTest::newRow("one title's shared error")
+            << u"A:Idle A:Idle A:Idle"_s << -1
+            << QStringList{u"1 0[0,0] 145[104.256,185.744] history/10"_s,
+                           u"2 145[104.256,185.744] 290[229.816,350.184] history/10"_s,
+                           u"3 290[229.816,350.184] 435[358.281,511.719] history/10"_s};
         // X takes the typical 160 s; its range lies 58.5 s below and 74.5 s above its mean, 7.5 s
-        // later: 305 + 7.5 - sqrt(36² + 58.5²) = 243.810 and 312.5 + sqrt(36² + 74.5²) =
-        // 395.242; with the third item's 36 s, 457.5 - 77.552 and 457.5 + 90.234.
+        // later: 312.5 - sqrt(40.745² + 58.5²) = 241.209 and 312.5 + sqrt(40.745² + 74.5²) =
+        // 397.414; the third item, A again, doubles A's shared error: 457.5 - sqrt(2a² +
+        // (2 × 12.285)² + 58.5²) = 373.570 and 457.5 + sqrt(2a² + (2 × 12.285)² + 74.5²) =
+        // 553.272.
         QTest::newRow("unknown title between known ones")
             << u"A:Idle X:Idle A:Idle"_s << -1
-            << QStringList{u"1 0[0,0] 145[109,181] history/10"_s,
-                           u"2 145[109,181] 305[243.81,395.242] typical/20"_s,
-                           u"3 305[243.81,395.242] 450[379.948,547.734] history/10"_s};
+            << QStringList{u"1 0[0,0] 145[104.256,185.744] history/10"_s,
+                           u"2 145[104.256,185.744] 305[241.209,397.414] typical/20"_s,
+                           u"3 305[241.209,397.414] 450[373.57,553.272] history/10"_s};
         // Past its median, at 160 s: the runs of 160, 170, 180 and 190 s leave 0, 10, 20 and
-        // 30 s, the mean of the middle two 15, their 10th and 90th percentiles 3 and 27.
-        // Behind it, sqrt(12² + 36²) = 37.947 either way.
+        // 30 s, the mean of the middle two 15, their 10th and 90th percentiles 3 and 27, so 12 s
+        // either way, widened by t for three degrees of freedom, 1.638 / 1.2816, to 15.337 s, and
+        // its error 15.337 / sqrt(4) = 7.669 s: 15 ± 17.147, from now at the earliest. Behind
+        // it, sqrt(17.147² + 40.745²) = 44.206 either way.
         QTest::newRow("running past its median")
             << u"A:In\u00a0progress A:Idle"_s << 160
-            << QStringList{u"1 -160[-160,-160] 15[3,27] history/4"_s,
-                           u"2 15[3,27] 160[122.053,197.947] history/10"_s};
-        // Past every run: 30 s more, from now to 36 s beyond (A's own spread), and it says so.
-        // Behind it sqrt(30² + 36²) = 46.861 below and sqrt(36² + 36²) = 50.912 above.
+            << QStringList{u"1 -160[-160,-160] 15[0,32.147] history/4"_s,
+                           u"2 15[0,32.147] 160[115.794,204.206] history/10"_s};
+        // Past every run: 30 s more, from now to a = 38.848 s beyond, and it says so. Behind it
+        // sqrt(30² + 40.745²) = 50.598 below and sqrt(a² + 40.745²) = 56.297 above.
         QTest::newRow("running past every run")
             << u"A:In\u00a0progress A:Idle"_s << 200
-            << QStringList{u"1 -200[-200,-200] 30[0,66] history/10 beyond"_s,
-                           u"2 30[0,66] 175[128.139,225.912] history/10"_s};
+            << QStringList{u"1 -200[-200,-200] 30[0,68.848] history/10 beyond"_s,
+                           u"2 30[0,68.848] 175[124.402,231.297] history/10"_s};
     }
     void forecastRanges()
     {
