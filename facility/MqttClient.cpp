@@ -317,7 +317,8 @@ void MqttClient::onMessage(mosquitto*, void* self, const mosquitto_message* mess
     auto* client = static_cast<MqttClient*>(self);
     Q_EMIT client->messageReceived(
         QString::fromUtf8(message->topic),
-        QByteArray(static_cast<const char*>(message->payload), message->payloadlen));
+        QByteArray(static_cast<const char*>(message->payload), message->payloadlen),
+        message->retain);
 }
 
 } // namespace spinlane::facility

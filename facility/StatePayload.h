@@ -8,32 +8,43 @@
 
 // Reads an instrument's state as it arrives from the broker: the schema-1 instrument JSON of
 // /api/v1/instrument. Anyone allowed to publish under the topic tree can send anything, so the
-// reader trusts nothing: it bounds the size, checks every field the facility uses, and refuses a
-// state whose instrument is not the one its topic names.
+// reader trusts nothing: it bounds the size, the items and every text, checks the type of every
+// field, refuses control characters and a state whose instrument is not the one its topic names,
+// and keeps only what it checked. The facility serves the state as writeStateJson writes it from
+// what was read, never the bytes that came.
 namespace spinlane::facility {
 
 struct StateItem {
     int number = 0;
+    int position = 0;
     QString sample;
     QString experiment;
     QString user;
     QString status;
     QString expectedStart;
     QString expectedEnd;
+    int expectedSeconds = -1;
+    QString basis;
+    int runs = 0;
     QString started; // the current item's
 };
 
 struct InstrumentState {
     QString instrument;
-    QByteArray json; // the payload as it came, known to be a valid state
+    QByteArray json; // as writeStateJson writes it, once, when it arrives
     bool spinlane = false;
     QString runState;
+    bool ifStartedNow = false;
     QString updated;
     QString queueEnd;
     std::optional<StateItem> current;
     QVector<StateItem> queue;
     int waiting = 0; // queue items not done
 };
+
+// The bounds of a valid state.
+inline constexpr int kMaxQueueItems = 1000;
+inline constexpr int kMaxTextLength = 256;
 
 enum class PayloadFault { None, Malformed, Oversized, Foreign };
 
@@ -47,6 +58,12 @@ struct PayloadReading {
 // another schema) is Foreign.
 PayloadReading readStatePayload(const QByteArray& payload, const QString& topicInstrument,
                                 qsizetype maxBytes);
+
+// The state as compact schema-1 JSON, with `runState` in place of its own when not empty.
+QByteArray writeStateJson(const InstrumentState& state, const QString& runState = {});
+
+// A JSON string literal of `text`, quotes included.
+void appendJsonString(QByteArray& out, const QString& text);
 
 const char* faultName(PayloadFault fault); // "malformed", "oversized", "foreign"
 

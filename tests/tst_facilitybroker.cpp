@@ -231,14 +231,23 @@ private Q_SLOTS:
 
     void aBrokerRestartLosesNothingRetained()
     {
+        // nmr800's will is older than the broker's shutdown.
+        QTest::qWait(int(FacilityModel::kShutdownWillMs) + 100);
         QSignalSpy lost(&m_facility->client(), &MqttClient::disconnected);
         QVERIFY2(m_broker.restart(), qPrintable(m_broker.log()));
         QTRY_COMPARE(lost.count(), 1);
+        // The stopping broker sent every instrument's will: they are not heard, not gone; the
+        // one that left before stays gone.
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr400")), FacilityModel::Offline::Silent);
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr600")), FacilityModel::Offline::Silent);
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr800")), FacilityModel::Offline::Will);
+        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr600")), QStringLiteral("finished"));
         QTRY_VERIFY_WITH_TIMEOUT(m_facility->client().isConnected(), 10000);
         // The instruments reconnect by themselves and go on publishing.
         publishFrom(QStringLiteral("nmr400"), recordedState(QStringLiteral("nmr400"), QStringLiteral("stopped"), 20));
         QTRY_COMPARE_WITH_TIMEOUT(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("stopped"), 20000);
         QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr800")), FacilityModel::Offline::Will);
+        QTRY_COMPARE_WITH_TIMEOUT(offlineOf(*m_facility, QStringLiteral("nmr600")), FacilityModel::Offline::No, 20000);
     }
 
     void aFacilityStartedLastSeesEverything()
@@ -351,6 +360,21 @@ private Q_SLOTS:
         QVERIFY(web.waitForError(QStringLiteral("spinlane-web: broker: the broker refused the user name or password")));
         QVERIFY(get(port, QStringLiteral("/api/v1/instrument")).contains("\"schema\":1"));
         QVERIFY(get(port, QStringLiteral("/metrics")).contains("spinlane_broker_connected{instrument="));
+        QVERIFY(get(port, QStringLiteral("/healthz")).contains("refused the user name or password"));
+    }
+
+    // Logged in, but the access list refuses the instrument's topics: not connected, and why.
+    void aRefusedTopicShowsInTheMetric()
+    {
+        const QString config = writeConfig(QStringLiteral("forged.conf"), QStringLiteral("nmr600"),
+                                           passwordOf(QStringLiteral("nmr600")),
+                                           {{QStringLiteral("web"), QStringLiteral("Instrument"), QStringLiteral("nmr400")}});
+        WebProgram web(config);
+        const quint16 port = web.port();
+        QVERIFY2(port, qPrintable(web.errors()));
+        QVERIFY(web.waitForError(QStringLiteral("the broker does not allow this user to publish spinlane/v1/nmr400/")));
+        QTRY_VERIFY(get(port, QStringLiteral("/metrics")).contains("spinlane_broker_connected{instrument=\"nmr400\"} 0\n"));
+        QVERIFY(get(port, QStringLiteral("/healthz")).contains("does not allow this user to publish"));
     }
 
     void aPasswordOthersCanReadIsRefused()
@@ -391,6 +415,7 @@ private Q_SLOTS:
         QVERIFY(forger.isConnected());
         QTRY_COMPARE(forger.problem(), QStringLiteral("the broker does not allow this user to publish spinlane/v1/nmr400/state"));
         QCOMPARE(forger.publishedStates(), 0u);
+        QVERIFY(!forger.isDelivering());
 
         // A message sent after the forged one reaches the facility after it would have.
         syncWithFacility();
