@@ -58,6 +58,7 @@ Q_SIGNALS:
     void messageReceived(const QString& topic, const QByteArray& payload, bool retained);
 
 private:
+    void setUpTls();
     void connectNow();
     void connectTo(const QString& host);
     void watchSocket();

@@ -422,6 +422,71 @@ private Q_SLOTS:
         QCOMPARE(stateOf(*m_facility, QStringLiteral("nmr400")), before);
     }
 
+    // TLS checks the broker's certificate against its name; without CAFile, against the
+    // system's certificate store, and says so.
+    void tlsChecksTheBrokersName_data()
+    {
+        QTest::addColumn<QString>("certified"); // the name in the broker's certificate
+        QTest::addColumn<bool>("withCa");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("its name") << QStringLiteral("localhost") << true << true;
+        QTest::newRow("another name") << QStringLiteral("elsewhere.example") << true << false;
+        QTest::newRow("the system's store") << QStringLiteral("localhost") << false << false;
+    }
+    void tlsChecksTheBrokersName()
+    {
+        QFETCH(QString, certified);
+        QFETCH(bool, withCa);
+        QFETCH(bool, accepted);
+        QTemporaryDir dir;
+        const auto openssl = [&dir](const QStringList& arguments) {
+            QProcess process;
+            process.setWorkingDirectory(dir.path());
+            process.start(QStringLiteral("openssl"), arguments);
+            return process.waitForFinished(20000) && process.exitCode() == 0;
+        };
+        const QStringList key{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                              QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
+        QVERIFY(openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + key
+                        + QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
+                                      QStringLiteral("ca.pem"), QStringLiteral("-days"), QStringLiteral("2"),
+                                      QStringLiteral("-subj"), QStringLiteral("/CN=Spinlane test authority")}));
+        QVERIFY(openssl(QStringList{QStringLiteral("req")} + key
+                        + QStringList{QStringLiteral("-keyout"), QStringLiteral("broker.key"), QStringLiteral("-out"),
+                                      QStringLiteral("broker.csr"), QStringLiteral("-subj"), QStringLiteral("/CN=") + certified}));
+        QFile extension(dir.filePath(QStringLiteral("san.ext")));
+        QVERIFY(extension.open(QIODevice::WriteOnly));
+        extension.write("subjectAltName=DNS:" + certified.toUtf8() + '\n');
+        extension.close();
+        QVERIFY(openssl({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), QStringLiteral("broker.csr"),
+                         QStringLiteral("-CA"), QStringLiteral("ca.pem"), QStringLiteral("-CAkey"), QStringLiteral("ca.key"),
+                         QStringLiteral("-CAcreateserial"), QStringLiteral("-out"), QStringLiteral("broker.pem"),
+                         QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("san.ext")}));
+        MosquittoBroker broker;
+        QVERIFY(broker.addUser(QStringLiteral("facility"), QStringLiteral("pw")));
+        broker.setTls(dir.filePath(QStringLiteral("broker.pem")), dir.filePath(QStringLiteral("broker.key")));
+        QVERIFY2(broker.start(), qPrintable(broker.log()));
+        BrokerSettings settings = broker.settings(QStringLiteral("facility"), QStringLiteral("pw"));
+        settings.host = QStringLiteral("localhost");
+        settings.tls = true;
+        if (withCa)
+            settings.caFile = dir.filePath(QStringLiteral("ca.pem"));
+        else
+            QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("no CAFile, so the system's certificate store in /etc/ssl/certs is trusted")));
+        MqttClient client(QStringLiteral("tls-test"));
+        client.setReconnectDelays(100, 1000);
+        client.start(settings);
+        if (accepted) {
+            QTRY_VERIFY2_WITH_TIMEOUT(client.isConnected(),
+                                      qPrintable(client.lastProblem() + u'\n' + broker.log()), 10000);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(!client.lastProblem().isEmpty(), 10000);
+            QVERIFY(!client.isConnected());
+            QVERIFY2(!client.lastProblem().contains(QStringLiteral("Invalid function arguments")),
+                     qPrintable(client.lastProblem()));
+        }
+    }
+
     void badPayloadsAreIgnoredAndCounted_data()
     {
         QTest::addColumn<QString>("topic");
