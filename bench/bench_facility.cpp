@@ -168,7 +168,6 @@ Figures run(const QString& web, int instruments, int seconds)
     const QString config = dir.filePath(QStringLiteral("facility.conf"));
     ProfileDocument file;
     file.writeString(u"web", u"Mode", QStringLiteral("facility"));
-    file.writeString(u"web", u"MaxLiveBacklogBytes", QString::number(64 << 20));
     file.writeString(u"broker", u"Host", settings.host);
     file.writeString(u"broker", u"Port", QString::number(settings.port));
     file.writeString(u"broker", u"User", settings.user);

@@ -130,8 +130,10 @@ void appendItem(QByteArray& out, const StateItem& item, bool current)
         appendMember(out, key);
         appendJsonString(out, value);
     };
-    out += "{\"number\":" + QByteArray::number(item.number)
-           + ",\"position\":" + QByteArray::number(item.position);
+    out += "{\"number\":";
+    out += QByteArray::number(item.number);
+    out += ",\"position\":";
+    out += QByteArray::number(item.position);
     text("sample", item.sample);
     text("experiment", item.experiment);
     text("user", item.user);
@@ -142,9 +144,11 @@ void appendItem(QByteArray& out, const StateItem& item, bool current)
     } else {
         text("expectedStart", item.expectedStart);
         text("expectedEnd", item.expectedEnd);
-        out += ",\"expectedSeconds\":" + QByteArray::number(item.expectedSeconds);
+        out += ",\"expectedSeconds\":";
+        out += QByteArray::number(item.expectedSeconds);
         text("basis", item.basis);
-        out += ",\"runs\":" + QByteArray::number(item.runs);
+        out += ",\"runs\":";
+        out += QByteArray::number(item.runs);
     }
     out += '}';
 }
@@ -154,6 +158,24 @@ void appendItem(QByteArray& out, const StateItem& item, bool current)
 void appendJsonString(QByteArray& out, const QString& text)
 {
     out += '"';
+    // Most texts are plain ASCII: copied as they are, without a UTF-8 copy of their own.
+    bool plain = true;
+    for (const QChar c : text) {
+        const char16_t u = c.unicode();
+        if (u >= 0x7f || u < 0x20 || u == u'"' || u == u'\\') {
+            plain = false;
+            break;
+        }
+    }
+    if (plain) {
+        const qsizetype at = out.size();
+        out.resize(at + text.size());
+        char* to = out.data() + at;
+        for (const QChar c : text)
+            *to++ = char(c.unicode());
+        out += '"';
+        return;
+    }
     const QByteArray utf8 = text.toUtf8();
     for (const char c : utf8) {
         switch (c) {
