@@ -178,7 +178,9 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload, bool r
         changed(name);
         return;
     }
-    PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes);
+    const auto known = m_entries.constFind(name);
+    const InstrumentState* previous = known != m_entries.constEnd() && known->state ? &*known->state : nullptr;
+    PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes, previous);
     if (!reading.state) {
         reject(reading.fault, topic, reading.why);
         return;

@@ -1,5 +1,7 @@
 #include "facility/StatePayload.h"
 
+#include "facility/JsonMember.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -195,14 +197,54 @@ void appendJsonString(QByteArray& out, const QString& text)
     out += '"';
 }
 
+namespace {
+
+// The queue's items, and their JSON as the facility writes it, into `state`; the fault when any.
+PayloadReading readQueue(const QJsonArray& items, InstrumentState* state)
+{
+    if (items.size() > kMaxQueueItems)
+        return fault(PayloadFault::Oversized,
+                     u"%1 queue items, more than %2"_s.arg(items.size()).arg(kMaxQueueItems));
+    state->queue.reserve(items.size());
+    QString why;
+    for (const QJsonValue& value : items) {
+        std::optional<StateItem> item = readItem(value, &why);
+        if (!item)
+            return fault(PayloadFault::Malformed,
+                         u"queue item %1: %2"_s.arg(state->queue.size() + 1).arg(why));
+        if (item->status != u"Done")
+            ++state->waiting;
+        state->queue.append(std::move(*item));
+    }
+    state->queueJson = "[";
+    for (qsizetype i = 0; i < state->queue.size(); ++i) {
+        if (i > 0)
+            state->queueJson += ',';
+        appendItem(state->queueJson, state->queue[i], false);
+    }
+    state->queueJson += ']';
+    return {};
+}
+
+} // namespace
+
 PayloadReading readStatePayload(const QByteArray& payload, const QString& topicInstrument,
-                                qsizetype maxBytes)
+                                qsizetype maxBytes, const InstrumentState* previous)
 {
     if (payload.size() > maxBytes)
         return fault(PayloadFault::Oversized,
                      u"%1 bytes, more than %2"_s.arg(payload.size()).arg(maxBytes));
+    // The queue is nearly all of a state and seldom changes: the rest is read on its own, and
+    // the queue only when its bytes differ from the last valid state's.
+    const MemberSpan queueSpan = memberSpan(payload, "queue");
+    QByteArray head = payload;
+    QByteArrayView queueText;
+    if (queueSpan.found()) {
+        queueText = QByteArrayView(payload).sliced(queueSpan.begin, queueSpan.end - queueSpan.begin);
+        head = payload.left(queueSpan.begin) + "[]" + payload.mid(queueSpan.end);
+    }
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(payload, &error);
+    const QJsonDocument document = QJsonDocument::fromJson(head, &error);
     if (error.error != QJsonParseError::NoError || !document.isObject())
         return fault(PayloadFault::Malformed, u"not a JSON object"_s);
     const QJsonObject object = document.object();
@@ -241,22 +283,25 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
     } else if (!current.isNull() && !current.isUndefined()) {
         return fault(PayloadFault::Malformed, u"current is not an item"_s);
     }
-    const QJsonValue queue = object.value(QLatin1String("queue"));
-    if (!queue.isArray())
-        return fault(PayloadFault::Malformed, u"no queue"_s);
-    const QJsonArray items = queue.toArray();
-    if (items.size() > kMaxQueueItems)
-        return fault(PayloadFault::Oversized,
-                     u"%1 queue items, more than %2"_s.arg(items.size()).arg(kMaxQueueItems));
-    state.queue.reserve(items.size());
-    for (const QJsonValue& value : items) {
-        std::optional<StateItem> item = readItem(value, &why);
-        if (!item)
-            return fault(PayloadFault::Malformed,
-                         u"queue item %1: %2"_s.arg(state.queue.size() + 1).arg(why));
-        if (item->status != u"Done")
-            ++state.waiting;
-        state.queue.append(std::move(*item));
+    QJsonValue queue = object.value(QLatin1String("queue"));
+    if (queueSpan.found() && previous && previous->queueText == queueText) {
+        state.queue = previous->queue;
+        state.queueJson = previous->queueJson;
+        state.queueText = previous->queueText;
+        state.waiting = previous->waiting;
+    } else {
+        if (queueSpan.found()) {
+            state.queueText = queueText.toByteArray();
+            const QJsonDocument items = QJsonDocument::fromJson(state.queueText, &error);
+            if (error.error != QJsonParseError::NoError)
+                return fault(PayloadFault::Malformed, u"the queue is not JSON"_s);
+            queue = items.isArray() ? QJsonValue(items.array()) : QJsonValue(items.object());
+        }
+        if (!queue.isArray())
+            return fault(PayloadFault::Malformed, u"no queue"_s);
+        PayloadReading items = readQueue(queue.toArray(), &state);
+        if (items.fault != PayloadFault::None)
+            return items;
     }
     state.json = writeStateJson(state);
     PayloadReading reading;
@@ -267,7 +312,7 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
 QByteArray writeStateJson(const InstrumentState& state, const QString& runState)
 {
     QByteArray out;
-    out.reserve(256 + state.queue.size() * 256);
+    out.reserve(1024 + state.queueJson.size());
     out += "{\"schema\":1,\"instrument\":";
     appendJsonString(out, state.instrument);
     out += state.spinlane ? ",\"spinlane\":true" : ",\"spinlane\":false";
@@ -283,13 +328,9 @@ QByteArray writeStateJson(const InstrumentState& state, const QString& runState)
         appendItem(out, *state.current, true);
     else
         out += "null";
-    out += ",\"queue\":[";
-    for (qsizetype i = 0; i < state.queue.size(); ++i) {
-        if (i > 0)
-            out += ',';
-        appendItem(out, state.queue[i], false);
-    }
-    out += "]}";
+    out += ",\"queue\":";
+    out += state.queueJson;
+    out += '}';
     return out;
 }
 

@@ -39,6 +39,8 @@ struct InstrumentState {
     QString queueEnd;
     std::optional<StateItem> current;
     QVector<StateItem> queue;
+    QByteArray queueJson; // the queue as writeStateJson writes it
+    QByteArray queueText; // the queue's bytes as they came: compared, never served
     int waiting = 0; // queue items not done
 };
 
@@ -55,9 +57,10 @@ struct PayloadReading {
 };
 
 // `topicInstrument`: the instrument the topic names; a payload naming another one (or of
-// another schema) is Foreign.
+// another schema) is Foreign. `previous`, the instrument's last valid state, lends its queue
+// when the payload's queue is byte for byte the one it was read from.
 PayloadReading readStatePayload(const QByteArray& payload, const QString& topicInstrument,
-                                qsizetype maxBytes);
+                                qsizetype maxBytes, const InstrumentState* previous = nullptr);
 
 // The state as compact schema-1 JSON, with `runState` in place of its own when not empty.
 QByteArray writeStateJson(const InstrumentState& state, const QString& runState = {});
