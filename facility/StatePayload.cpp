@@ -199,8 +199,9 @@ void appendJsonString(QByteArray& out, const QString& text)
 
 namespace {
 
-// The queue's items, and their JSON as the facility writes it, into `state`; the fault when any.
-PayloadReading readQueue(const QJsonArray& items, InstrumentState* state)
+// The queue's items into `state` and their JSON as the facility writes it into `json`; the fault
+// when any.
+PayloadReading readQueue(const QJsonArray& items, InstrumentState* state, QByteArray* json)
 {
     if (items.size() > kMaxQueueItems)
         return fault(PayloadFault::Oversized,
@@ -216,14 +217,43 @@ PayloadReading readQueue(const QJsonArray& items, InstrumentState* state)
             ++state->waiting;
         state->queue.append(std::move(*item));
     }
-    state->queueJson = "[";
+    json->reserve(state->queue.size() * 256);
+    *json = "[";
     for (qsizetype i = 0; i < state->queue.size(); ++i) {
         if (i > 0)
-            state->queueJson += ',';
-        appendItem(state->queueJson, state->queue[i], false);
+            *json += ',';
+        appendItem(*json, state->queue[i], false);
     }
-    state->queueJson += ']';
+    *json += ']';
     return {};
+}
+
+QByteArray writeState(const InstrumentState& state, const QString& runState, QByteArrayView queueJson,
+                      qsizetype* queueAt)
+{
+    QByteArray out;
+    out.reserve(1024 + queueJson.size());
+    out += "{\"schema\":1,\"instrument\":";
+    appendJsonString(out, state.instrument);
+    out += state.spinlane ? ",\"spinlane\":true" : ",\"spinlane\":false";
+    out += ",\"updated\":";
+    appendJsonString(out, state.updated);
+    out += ",\"runState\":";
+    appendJsonString(out, runState.isEmpty() ? state.runState : runState);
+    out += state.ifStartedNow ? ",\"ifStartedNow\":true" : ",\"ifStartedNow\":false";
+    out += ",\"queueEnd\":";
+    appendJsonString(out, state.queueEnd);
+    out += ",\"current\":";
+    if (state.current)
+        appendItem(out, *state.current, true);
+    else
+        out += "null";
+    out += ",\"queue\":";
+    if (queueAt)
+        *queueAt = out.size();
+    out += queueJson;
+    out += '}';
+    return out;
 }
 
 } // namespace
@@ -284,9 +314,11 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
         return fault(PayloadFault::Malformed, u"current is not an item"_s);
     }
     QJsonValue queue = object.value(QLatin1String("queue"));
+    QByteArray freshQueueJson;
+    QByteArrayView queueJson;
     if (queueSpan.found() && previous && previous->queueText == queueText) {
         state.queue = previous->queue;
-        state.queueJson = previous->queueJson;
+        queueJson = previous->queueJson();
         state.queueText = previous->queueText;
         state.waiting = previous->waiting;
     } else {
@@ -299,11 +331,12 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
         }
         if (!queue.isArray())
             return fault(PayloadFault::Malformed, u"no queue"_s);
-        PayloadReading items = readQueue(queue.toArray(), &state);
+        PayloadReading items = readQueue(queue.toArray(), &state, &freshQueueJson);
         if (items.fault != PayloadFault::None)
             return items;
+        queueJson = freshQueueJson;
     }
-    state.json = writeStateJson(state);
+    state.json = writeState(state, {}, queueJson, &state.queueAt);
     PayloadReading reading;
     reading.state = std::move(state);
     return reading;
@@ -311,27 +344,7 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
 
 QByteArray writeStateJson(const InstrumentState& state, const QString& runState)
 {
-    QByteArray out;
-    out.reserve(1024 + state.queueJson.size());
-    out += "{\"schema\":1,\"instrument\":";
-    appendJsonString(out, state.instrument);
-    out += state.spinlane ? ",\"spinlane\":true" : ",\"spinlane\":false";
-    out += ",\"updated\":";
-    appendJsonString(out, state.updated);
-    out += ",\"runState\":";
-    appendJsonString(out, runState.isEmpty() ? state.runState : runState);
-    out += state.ifStartedNow ? ",\"ifStartedNow\":true" : ",\"ifStartedNow\":false";
-    out += ",\"queueEnd\":";
-    appendJsonString(out, state.queueEnd);
-    out += ",\"current\":";
-    if (state.current)
-        appendItem(out, *state.current, true);
-    else
-        out += "null";
-    out += ",\"queue\":";
-    out += state.queueJson;
-    out += '}';
-    return out;
+    return writeState(state, runState, state.queueJson(), nullptr);
 }
 
 const char* faultName(PayloadFault fault)

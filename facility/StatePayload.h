@@ -39,8 +39,9 @@ struct InstrumentState {
     QString queueEnd;
     std::optional<StateItem> current;
     QVector<StateItem> queue;
-    QByteArray queueJson; // the queue as writeStateJson writes it
+    qsizetype queueAt = 0; // where the queue's array begins in json
     QByteArray queueText; // the queue's bytes as they came: compared, never served
+    QByteArrayView queueJson() const { return QByteArrayView(json).sliced(queueAt, json.size() - 1 - queueAt); }
     int waiting = 0; // queue items not done
 };
 
