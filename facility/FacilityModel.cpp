@@ -179,7 +179,8 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload, bool r
         return;
     }
     const auto known = m_entries.constFind(name);
-    const InstrumentState* previous = known != m_entries.constEnd() && known->state ? &*known->state : nullptr;
+    const InstrumentState* previous =
+        known != m_entries.constEnd() && known->state ? &*known->state : nullptr;
     PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes, previous);
     if (!reading.state) {
         reject(reading.fault, topic, reading.why);

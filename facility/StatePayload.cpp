@@ -228,8 +228,9 @@ PayloadReading readQueue(const QJsonArray& items, InstrumentState* state, QByteA
     return {};
 }
 
-QByteArray writeState(const InstrumentState& state, const QString& runState, QByteArrayView queueJson,
-                      qsizetype* queueAt)
+// The state's JSON around the queue's, already written; `queueAt` is told where that begins.
+QByteArray writeState(const InstrumentState& state, const QString& runState,
+                      QByteArrayView queueJson, qsizetype* queueAt)
 {
     QByteArray out;
     out.reserve(1024 + queueJson.size());
@@ -270,7 +271,8 @@ PayloadReading readStatePayload(const QByteArray& payload, const QString& topicI
     QByteArray head = payload;
     QByteArrayView queueText;
     if (queueSpan.found()) {
-        queueText = QByteArrayView(payload).sliced(queueSpan.begin, queueSpan.end - queueSpan.begin);
+        queueText = QByteArrayView(payload).sliced(queueSpan.begin,
+                                                   queueSpan.end - queueSpan.begin);
         head = payload.left(queueSpan.begin) + "[]" + payload.mid(queueSpan.end);
     }
     QJsonParseError error{};

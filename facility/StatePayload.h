@@ -41,7 +41,10 @@ struct InstrumentState {
     QVector<StateItem> queue;
     qsizetype queueAt = 0; // where the queue's array begins in json
     QByteArray queueText; // the queue's bytes as they came: compared, never served
-    QByteArrayView queueJson() const { return QByteArrayView(json).sliced(queueAt, json.size() - 1 - queueAt); }
+    QByteArrayView queueJson() const
+    {
+        return QByteArrayView(json).sliced(queueAt, json.size() - 1 - queueAt);
+    }
     int waiting = 0; // queue items not done
 };
 
