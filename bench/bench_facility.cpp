@@ -3,8 +3,8 @@
 //     build/bench/bench_facility [SECONDS]
 //
 // For 5, 20 and 50 instruments with 999-item queues, lightweight publishers in this process
-// replay a recorded state, each instrument changing once a second, to one spinlane-web in
-// facility mode (its own process). A live client here measures the time from a change being
+// replay a recorded state, each instrument changing once a second (its time stamp; in a last run
+// of 50, its queue too), to one spinlane-web in facility mode (its own process). A live client here measures the time from a change being
 // published to the first live message that carries it (median and 95th percentile); the facility's
 // processor share (of one core) over the same time and its memory come from /proc; then the
 // facility API's answer time is that of ten whole GET requests while the changes go on. Prints
@@ -98,6 +98,7 @@ double memoryMB(qint64 pid, const char* field)
 
 struct Figures {
     int instruments = 0;
+    bool queueChanges = false; // every change a new queue, not only a new time stamp
     std::vector<double> latencyMs;
     int published = 0;
     double cpuShare = -1;
@@ -122,10 +123,11 @@ double getMs(QNetworkAccessManager& network, const QUrl& url, qint64* bytes)
     return reply->error() == QNetworkReply::NoError ? ms : -1;
 }
 
-Figures run(const QString& web, int instruments, int seconds)
+Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
 {
     Figures figures;
     figures.instruments = instruments;
+    figures.queueChanges = queueChanges;
     testing::MosquittoBroker broker;
     broker.addUser(QStringLiteral("bench"), QStringLiteral("bench-pw"));
     if (!broker.start()) {
@@ -155,6 +157,10 @@ Figures run(const QString& web, int instruments, int seconds)
         QByteArray state = states[size_t(i)];
         const qsizetype at = state.indexOf(kStamp);
         state.replace(at, kStamp.size(), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toLatin1());
+        static int serial = 0;
+        if (queueChanges) // one item's experiment renamed: the queue reads differently
+            state.insert(state.indexOf("\"PROTON\"", state.indexOf("\"queue\":")) + 7,
+                         QByteArray::number(++serial % 1000));
         clients[size_t(i)]->publish(stateTopic(name), state, true);
         if (measuring)
             ++figures.published;
@@ -168,7 +174,6 @@ Figures run(const QString& web, int instruments, int seconds)
     const QString config = dir.filePath(QStringLiteral("facility.conf"));
     ProfileDocument file;
     file.writeString(u"web", u"Mode", QStringLiteral("facility"));
-    file.writeString(u"web", u"MaxLiveBacklogBytes", QString::number(64 << 20));
     file.writeString(u"broker", u"Host", settings.host);
     file.writeString(u"broker", u"Port", QString::number(settings.port));
     file.writeString(u"broker", u"User", settings.user);
@@ -260,11 +265,16 @@ int main(int argc, char** argv)
     std::vector<Figures> all;
     for (int instruments : {5, 20, 50}) {
         std::fprintf(stderr, "%d instruments, %d s...\n", instruments, seconds);
-        all.push_back(run(web, instruments, seconds));
+        all.push_back(run(web, instruments, seconds, false));
     }
+    std::fprintf(stderr, "50 instruments, every change a new queue, %d s...\n", seconds);
+    all.push_back(run(web, 50, seconds, true));
     std::printf("%-44s", "instruments (999-item queues, 1 change/s each)");
     for (const Figures& f : all)
         std::printf("%12d", f.instruments);
+    std::printf("\n%-44s", "what changes");
+    for (const Figures& f : all)
+        std::printf("%12s", f.queueChanges ? "queue" : "time stamp");
     const auto row = [&](const char* name, auto value) {
         std::printf("\n%-44s", name);
         for (const Figures& f : all)

@@ -11,12 +11,17 @@
 // 4. bench_lab --publish (ten-item runs and Stop, with the status on the bus) alone, then while
 //    200 live clients are connected and 50 clients hammer the API from another process.
 //
+// 5. With a 999-item queue, quiet and then under each attack (a client pipelining requests
+//    without reading, 64 live clients that never read, a ping flood, an endless fragment chain):
+//    spinlane-web's resident memory and a well-behaved API client's median latency, side by side.
+//
 // With --load PORT SECONDS it is that other process.
 
 #include "queue/QueueList.h"
 #include "queue/QueueStore.h"
 #include "status/SpinlaneBus.h"
 #include "support/QueueProbe.h"
+#include "support/WebProcess.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -125,6 +130,7 @@ public:
         m_socket.connectToHost(u"127.0.0.1"_s, port);
     }
     qint64 answers = 0;
+    qint64 lastBytes = 0;
     bool running = true;
 
 private:
@@ -148,6 +154,7 @@ private:
         if (m_buffer.size() < end + 4 + body)
             return;
         m_buffer.remove(0, end + 4 + body);
+        lastBytes = body;
         ++answers;
         if (m_latencies)
             m_latencies->push_back(double(m_timer.nsecsElapsed()) / 1e6);
@@ -293,6 +300,57 @@ void labUnderLoad(bool withLoad)
     loader.waitForFinished();
 }
 
+// One attack: what it starts, and what it keeps doing every 20 ms.
+struct Attack {
+    const char* name;
+    int clients;
+    QByteArray opening; // sent once each client is connected (after the upgrade when live)
+    QByteArray again; // sent every 20 ms, as far as the server takes it
+    bool live;
+};
+
+void attacks()
+{
+    testing::makeQueue(999);
+    PublishOnBus();
+    const QByteArray request = "GET /api/v1/instrument HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n";
+    const Attack all[] = {
+        {"quiet", 0, {}, {}, false},
+        {"pipelining without reading", 1, request.repeated(2000), request.repeated(200), false},
+        {"64 live clients that never read", 64, {}, {}, true},
+        {"ping flood", 1, {}, testing::clientFrame(0x9, QByteArray(125, 'p')).repeated(100), true},
+        {"endless fragment chain", 1, testing::clientFrame(0x1, "x", false),
+         testing::clientFrame(0x0, QByteArray(120, 'x'), false).repeated(100), true},
+    };
+    std::printf("\n%-34s%14s%18s%14s\n", "attack (999-item queue)", "memory (MB)", "API median (ms)",
+                "answer (kB)");
+    for (const Attack& attack : all) {
+        Web web;
+        std::vector<std::unique_ptr<testing::RawClient>> clients;
+        for (int i = 0; i < attack.clients; ++i) {
+            clients.push_back(std::make_unique<testing::RawClient>(web.port));
+            if (attack.live)
+                clients.back()->upgrade();
+            clients.back()->send(attack.opening);
+        }
+        QTimer again;
+        QObject::connect(&again, &QTimer::timeout, [&] {
+            for (const auto& client : clients)
+                client->send(attack.again);
+        });
+        if (!attack.again.isEmpty())
+            again.start(20);
+        wait(1000);
+        std::vector<double> latencies;
+        ApiClient client(web.port, &latencies);
+        wait(3000);
+        std::printf("%-34s%14.1f%18.2f%14.1f\n", attack.name, double(web.residentKiB()) / 1024,
+                    percentile(latencies, 0.5), double(client.lastBytes) / 1024);
+        std::fflush(stdout);
+    }
+    WithdrawFromBus();
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -305,7 +363,12 @@ int main(int argc, char* argv[])
         std::fprintf(stderr, "no session bus: run me with scripts/with-simulated-lab.sh\n");
         return 1;
     }
+    if (arguments.contains(u"--attacks"_s)) {
+        attacks();
+        return 0;
+    }
     signalToClients();
+    attacks();
     labUnderLoad(false);
     labUnderLoad(true);
     return 0;

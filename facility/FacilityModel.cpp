@@ -8,6 +8,7 @@
 #include <QRandomGenerator>
 
 #include <algorithm>
+#include <limits>
 
 namespace spinlane::facility {
 
@@ -89,9 +90,11 @@ FacilityModel::FacilityModel(QObject* parent)
                    .arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0')))
 {
     connect(&m_client, &MqttClient::connected, this, [this] {
+        brokerBack();
         m_client.subscribe(allStatesFilter());
         m_client.subscribe(allOnlineFilter());
     });
+    connect(&m_client, &MqttClient::disconnected, this, &FacilityModel::brokerLost);
     connect(&m_client, &MqttClient::messageReceived, this, &FacilityModel::take);
     m_silence.setInterval(1000);
     connect(&m_silence, &QTimer::timeout, this, &FacilityModel::checkSilence);
@@ -122,7 +125,7 @@ void FacilityModel::reject(PayloadFault fault, const QString& topic, const QStri
     Q_EMIT messageRejected(topic, QStringLiteral("%1: %2").arg(QLatin1String(faultName(fault)), why));
 }
 
-void FacilityModel::take(const QString& topic, const QByteArray& payload)
+void FacilityModel::take(const QString& topic, const QByteArray& payload, bool retained)
 {
     const TopicParts parts = parseTopic(topic);
     if (parts.kind == TopicParts::Other) {
@@ -154,14 +157,31 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload)
         }
         Entry& entry = m_entries[name];
         entry.name = name;
-        entry.saidOnline = online;
-        entry.willArrived = !online;
-        entry.lastHeard = QDateTime::currentDateTimeUtc();
+        const bool stale = retained && entry.heardBeforeLoss;
+        const QDateTime now = QDateTime::currentDateTimeUtc();
+        if (online) {
+            entry.saidOnline = true;
+            entry.willArrived = false;
+        } else if (stale && !entry.willArrived) {
+            // Kept by the broker from while this facility did not hear it: the instrument may
+            // have left, or the broker's own restart sent its will. Not heard, at least.
+            entry.saidOnline = false;
+        } else {
+            entry.saidOnlineBeforeWill = entry.saidOnline;
+            entry.saidOnline = false;
+            entry.willArrived = true;
+            entry.willAt = now;
+        }
+        if (!stale)
+            entry.lastHeard = now;
         refresh(entry);
         changed(name);
         return;
     }
-    PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes);
+    const auto known = m_entries.constFind(name);
+    const InstrumentState* previous =
+        known != m_entries.constEnd() && known->state ? &*known->state : nullptr;
+    PayloadReading reading = readStatePayload(payload, name, m_maxPayloadBytes, previous);
     if (!reading.state) {
         reject(reading.fault, topic, reading.why);
         return;
@@ -169,15 +189,41 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload)
     Entry& entry = m_entries[name];
     entry.name = name;
     entry.state = std::move(reading.state);
-    entry.lastHeard = QDateTime::currentDateTimeUtc();
+    entry.offlineState.clear();
+    if (!retained || !entry.heardBeforeLoss)
+        entry.lastHeard = QDateTime::currentDateTimeUtc();
     refresh(entry);
     changed(name);
 }
 
 void FacilityModel::changed(const QString& name)
 {
-    m_summaries.remove(name);
+    const auto found = m_entries.find(name);
+    if (found != m_entries.end())
+        prepare(*found);
     Q_EMIT instrumentChanged(name);
+}
+
+void FacilityModel::brokerLost()
+{
+    m_brokerLost = true;
+    // The broker sends every client's will as it shuts down, just before the connection goes:
+    // a will heard that late says nothing about the instrument.
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    for (Entry& entry : m_entries) {
+        entry.heardBeforeLoss = true;
+        if (entry.willArrived && entry.willAt.msecsTo(now) < kShutdownWillMs) {
+            entry.willArrived = false;
+            entry.saidOnline = entry.saidOnlineBeforeWill;
+        }
+    }
+    checkSilence();
+}
+
+void FacilityModel::brokerBack()
+{
+    m_brokerLost = false;
+    checkSilence();
 }
 
 void FacilityModel::refresh(Entry& entry)
@@ -186,7 +232,7 @@ void FacilityModel::refresh(Entry& entry)
                        && entry.lastHeard.secsTo(QDateTime::currentDateTimeUtc()) <= m_offlineAfterSeconds;
     if (entry.willArrived)
         entry.offline = Offline::Will;
-    else if (!entry.saidOnline || !heard)
+    else if (!entry.saidOnline || !heard || m_brokerLost)
         entry.offline = Offline::Silent;
     else
         entry.offline = Offline::No;
@@ -194,12 +240,41 @@ void FacilityModel::refresh(Entry& entry)
 
 void FacilityModel::checkSilence()
 {
+    QStringList changedNames;
     for (Entry& entry : m_entries) {
         const Offline before = entry.offline;
         refresh(entry);
         if (entry.offline != before)
-            changed(entry.name);
+            changedNames.append(entry.name);
     }
+    for (const QString& name : std::as_const(changedNames))
+        changed(name);
+}
+
+void FacilityModel::prepare(Entry& entry)
+{
+    const bool online = entry.isOnline();
+    const QString lastRunState = entry.state ? entry.state->runState : QString();
+    const QJsonObject head{{QStringLiteral("name"), entry.name},
+                           {QStringLiteral("online"), online},
+                           {QStringLiteral("offline"), QLatin1String(offlineName(entry.offline))},
+                           {QStringLiteral("lastHeard"), iso(entry.lastHeard)},
+                           {QStringLiteral("runState"), online ? lastRunState : QStringLiteral("offline")},
+                           {QStringLiteral("lastRunState"), lastRunState}};
+    entry.samples.reset();
+    if (!entry.state) {
+        entry.offlineState.clear();
+        entry.full = entry.summary = withMember(head, "instrument", "null");
+        return;
+    }
+    // What an offline instrument last said stays readable, but never as a run going on.
+    if (online)
+        entry.offlineState.clear();
+    else if (entry.offlineState.isEmpty())
+        entry.offlineState = writeStateJson(*entry.state, QStringLiteral("unknown"));
+    entry.full = withMember(head, "instrument", online ? entry.state->json : entry.offlineState);
+    entry.summary = withMember(head, "instrument",
+                               summaryJson(*entry.state, online ? lastRunState : QStringLiteral("unknown")));
 }
 
 QByteArray FacilityModel::entryJson(const QString& name, Detail detail) const
@@ -207,32 +282,7 @@ QByteArray FacilityModel::entryJson(const QString& name, Detail detail) const
     const Entry* found = entry(name);
     if (!found)
         return {};
-    const bool online = found->isOnline();
-    const QString lastRunState = found->state ? found->state->runState : QString();
-    QJsonObject head{{QStringLiteral("name"), name},
-                     {QStringLiteral("online"), online},
-                     {QStringLiteral("offline"), QLatin1String(offlineName(found->offline))},
-                     {QStringLiteral("lastHeard"), iso(found->lastHeard)},
-                     {QStringLiteral("runState"), online ? lastRunState : QStringLiteral("offline")},
-                     {QStringLiteral("lastRunState"), lastRunState}};
-    if (!found->state)
-        return withMember(head, "instrument", "null");
-    if (detail == Detail::Summary) {
-        // The live channel sends every instrument's summary after each change of one: each is
-        // written once per change of its own.
-        auto cached = m_summaries.constFind(name);
-        if (cached == m_summaries.constEnd())
-            cached = m_summaries.insert(
-                name, withMember(head, "instrument",
-                                 summaryJson(*found->state, online ? lastRunState : QStringLiteral("unknown"))));
-        return *cached;
-    }
-    if (online)
-        return withMember(head, "instrument", found->state->json);
-    // What an offline instrument last said stays readable, but never as a run going on.
-    QJsonObject last = QJsonDocument::fromJson(found->state->json).object();
-    last.insert(QStringLiteral("runState"), QStringLiteral("unknown"));
-    return withMember(head, "instrument", QJsonDocument(last).toJson(QJsonDocument::Compact));
+    return detail == Detail::Full ? found->full : found->summary;
 }
 
 QByteArray FacilityModel::facilityJson(Detail detail) const
@@ -258,42 +308,67 @@ QByteArray FacilityModel::facilityJson(Detail detail) const
     return withMember(head, "instruments", list);
 }
 
+const QVector<FacilityModel::Entry::Sample>& FacilityModel::samplesOf(const Entry& entry,
+                                                                      const QString& user) const
+{
+    static const QVector<Entry::Sample> none;
+    if (!entry.state)
+        return none;
+    if (!entry.samples) {
+        // Once per change of the instrument, not per request: each item's time read once.
+        QHash<QString, QVector<Entry::Sample>> byUser;
+        for (const StateItem& item : entry.state->queue) {
+            if (item.status == u"Done")
+                continue;
+            const QDateTime start = QDateTime::fromString(item.expectedStart, Qt::ISODateWithMs);
+            QByteArray json = "{\"instrument\":";
+            appendJsonString(json, entry.name);
+            json += entry.isOnline() ? ",\"online\":true" : ",\"online\":false";
+            json += ",\"number\":" + QByteArray::number(item.number) + ",\"sample\":";
+            appendJsonString(json, item.sample);
+            json += ",\"experiment\":";
+            appendJsonString(json, item.experiment);
+            json += ",\"status\":";
+            appendJsonString(json, item.status);
+            json += ",\"expectedStart\":";
+            appendJsonString(json, item.expectedStart);
+            json += ",\"expectedEnd\":";
+            appendJsonString(json, item.expectedEnd);
+            json += '}';
+            byUser[item.user.toCaseFolded()].append(
+                {start.isValid() ? start.toMSecsSinceEpoch() : std::numeric_limits<qint64>::max(),
+                 json});
+        }
+        for (QVector<Entry::Sample>& samples : byUser)
+            std::stable_sort(samples.begin(), samples.end(),
+                             [](const auto& a, const auto& b) { return a.start < b.start; });
+        entry.samples = std::move(byUser);
+    }
+    const auto found = entry.samples->constFind(user.toCaseFolded());
+    return found == entry.samples->constEnd() ? none : *found;
+}
+
 QByteArray FacilityModel::samplesJson(const QString& user) const
 {
-    struct Found {
-        const Entry* entry;
-        const StateItem* item;
-    };
-    std::vector<Found> found;
+    // Every instrument's list is sorted already: this only merges them, in instrument order
+    // where the times are equal.
+    std::vector<const Entry::Sample*> found;
     for (const Entry& entry : m_entries) {
-        if (!entry.state)
-            continue;
-        for (const StateItem& item : entry.state->queue) {
-            if (item.status != u"Done" && item.user.compare(user, Qt::CaseInsensitive) == 0)
-                found.push_back({&entry, &item});
-        }
+        for (const Entry::Sample& sample : samplesOf(entry, user))
+            found.push_back(&sample);
     }
-    // Soonest first; items without an expected start after those with one.
-    std::stable_sort(found.begin(), found.end(), [](const Found& a, const Found& b) {
-        const QString& x = a.item->expectedStart;
-        const QString& y = b.item->expectedStart;
-        if (x.isEmpty() != y.isEmpty())
-            return y.isEmpty();
-        return QDateTime::fromString(x, Qt::ISODateWithMs) < QDateTime::fromString(y, Qt::ISODateWithMs);
-    });
-    QJsonArray items;
-    for (const Found& f : found) {
-        items.append(QJsonObject{{QStringLiteral("instrument"), f.entry->name},
-                                 {QStringLiteral("online"), f.entry->isOnline()},
-                                 {QStringLiteral("number"), f.item->number},
-                                 {QStringLiteral("sample"), f.item->sample},
-                                 {QStringLiteral("experiment"), f.item->experiment},
-                                 {QStringLiteral("status"), f.item->status},
-                                 {QStringLiteral("expectedStart"), f.item->expectedStart},
-                                 {QStringLiteral("expectedEnd"), f.item->expectedEnd}});
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto* a, const auto* b) { return a->start < b->start; });
+    QByteArray json = "{\"user\":";
+    appendJsonString(json, user);
+    json += ",\"items\":[";
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        if (i > 0)
+            json += ',';
+        json += found[i]->json;
     }
-    return QJsonDocument(QJsonObject{{QStringLiteral("user"), user}, {QStringLiteral("items"), items}})
-        .toJson(QJsonDocument::Compact);
+    json += "]}";
+    return json;
 }
 
 QByteArray FacilityModel::metricsText() const

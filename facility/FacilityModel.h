@@ -37,16 +37,37 @@ public:
         QDateTime lastHeard;
         Offline offline = Offline::Silent;
         bool isOnline() const { return offline == Offline::No; }
+
+        // Written once per change: entryJson's answers, and an offline state's JSON.
+        QByteArray full;
+        QByteArray summary;
+        QByteArray offlineState;
+        // When the will arrived and what the instrument had said before, in case the broker's
+        // own shutdown sent it.
+        QDateTime willAt;
+        bool saidOnlineBeforeWill = false;
+        bool heardBeforeLoss = false; // known before the facility last lost the broker
+        // The items not done by user (case-folded) with their JSON, soonest first: made when
+        // first asked for after a change.
+        struct Sample {
+            qint64 start; // ms since the epoch; the largest for none
+            QByteArray json;
+        };
+        mutable std::optional<QHash<QString, QVector<Sample>>> samples;
     };
 
     explicit FacilityModel(QObject* parent = nullptr);
+
+    // A will this close before the facility's own connection goes came from the broker's
+    // shutdown, not from the instrument.
+    static constexpr qint64 kShutdownWillMs = 500;
 
     void start(const BrokerSettings& settings);
     // Used alone, without start(): how long an instrument may be silent and how large a state.
     void setLimits(int offlineAfterSeconds, int maxPayloadBytes);
 
-    // One message from the broker's topic tree.
-    void take(const QString& topic, const QByteArray& payload);
+    // One message from the broker's topic tree; `retained` when the broker kept it from before.
+    void take(const QString& topic, const QByteArray& payload, bool retained = false);
     // Marks the instruments silent for too long offline; a timer calls it every second.
     void checkSilence();
 
@@ -76,10 +97,14 @@ private:
     void reject(PayloadFault fault, const QString& topic, const QString& why);
     void refresh(Entry& entry);
     void changed(const QString& name);
+    void prepare(Entry& entry);
+    void brokerLost();
+    void brokerBack();
+    const QVector<Entry::Sample>& samplesOf(const Entry& entry, const QString& user) const;
 
     MqttClient m_client;
     QMap<QString, Entry> m_entries;
-    mutable QHash<QString, QByteArray> m_summaries; // entryJson(name, Summary), until it changes
+    bool m_brokerLost = false; // once connected, the connection went
     std::array<quint64, 4> m_rejected{};
     int m_offlineAfterSeconds = 90;
     int m_maxPayloadBytes = 4 * 1024 * 1024;

@@ -33,8 +33,20 @@ InstrumentPublisher::InstrumentPublisher(const QString& instrument, QObject* par
     });
     connect(&m_client, &MqttClient::problem, this, &InstrumentPublisher::statusChanged);
     connect(&m_client, &MqttClient::published, this, [this](int id, bool accepted) {
-        if (id != m_inFlight)
+        if (id != m_inFlight && id != m_onlineInFlight)
             return;
+        const QString topic = id == m_inFlight ? stateTopic(m_instrument) : onlineTopic(m_instrument);
+        const bool wasDelivering = isDelivering();
+        if (accepted)
+            m_refusedTopics.remove(topic);
+        else
+            m_refusedTopics.insert(topic);
+        if (wasDelivering != isDelivering())
+            Q_EMIT statusChanged();
+        if (id == m_onlineInFlight) {
+            m_onlineInFlight = -1;
+            return;
+        }
         m_inFlight = -1;
         if (accepted)
             ++m_publishedStates;
@@ -90,7 +102,7 @@ void InstrumentPublisher::sayOnline()
     // The retained "online" expires when the heartbeats stop, so that an instrument whose will
     // was lost with the broker is not taken for alive by a facility that starts later.
     const int expiry = qMax(m_settings.offlineAfterSeconds, 3 * m_settings.heartbeatSeconds);
-    m_client.publish(onlineTopic(m_instrument), kOnlinePayload, true, 1, expiry);
+    m_onlineInFlight = m_client.publish(onlineTopic(m_instrument), kOnlinePayload, true, 1, expiry);
 }
 
 } // namespace spinlane::facility

@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 
 // Keeps one instrument's topics on the broker up to date: its state (retained), "online"
@@ -27,6 +28,9 @@ public:
 
     QString instrument() const { return m_instrument; }
     bool isConnected() const { return m_client.isConnected(); }
+    // Connected, and the broker takes what is published: false too while the broker refuses
+    // the state or online topic (MQTT 5 reason codes), until it takes one again.
+    bool isDelivering() const { return isConnected() && m_refusedTopics.isEmpty(); }
     QString problem() const { return m_client.lastProblem().isEmpty() ? m_problem : m_client.lastProblem(); }
     quint64 publishedStates() const { return m_publishedStates; } // taken by the broker
     MqttClient& client() { return m_client; }
@@ -45,6 +49,8 @@ private:
     QByteArray m_state;
     bool m_unsent = false;
     int m_inFlight = -1;
+    int m_onlineInFlight = -1;
+    QSet<QString> m_refusedTopics;
     quint64 m_publishedStates = 0;
     QString m_problem;
     QTimer m_heartbeat;

@@ -7,12 +7,16 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 namespace spinlane::facility {
 
 namespace {
+
+// Debian's certificate store, where ca-certificates keeps what the system trusts.
+constexpr char kSystemCertificates[] = "/etc/ssl/certs";
 
 void initLibrary()
 {
@@ -93,19 +97,25 @@ void MqttClient::start(const BrokerSettings& settings)
                               settings.user.isEmpty() ? nullptr : settings.user.toUtf8().constData(),
                               settings.password.isEmpty() ? nullptr
                                                           : settings.password.toUtf8().constData());
-    if (settings.tls) {
-        const QByteArray ca = settings.caFile.toLocal8Bit();
-        const QByteArray cert = settings.certFile.toLocal8Bit();
-        const QByteArray key = settings.keyFile.toLocal8Bit();
-        if (ca.isEmpty())
-            mosquitto_int_option(m_mosq, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
-        const int rc = mosquitto_tls_set(m_mosq, ca.isEmpty() ? nullptr : ca.constData(), nullptr,
-                                         cert.isEmpty() ? nullptr : cert.constData(),
-                                         key.isEmpty() ? nullptr : key.constData(), nullptr);
-        if (rc != MOSQ_ERR_SUCCESS)
-            report(QStringLiteral("TLS for %1: %2").arg(settings.address(), errorText(rc)));
-    }
+    if (settings.tls)
+        setUpTls();
     connectNow();
+}
+
+void MqttClient::setUpTls()
+{
+    const QByteArray ca = m_settings.caFile.toLocal8Bit();
+    const QByteArray cert = m_settings.certFile.toLocal8Bit();
+    const QByteArray key = m_settings.keyFile.toLocal8Bit();
+    if (ca.isEmpty())
+        qInfo("TLS to %s: no CAFile, so the system's certificate store in %s is trusted",
+              qPrintable(m_settings.address()), kSystemCertificates);
+    const int rc = mosquitto_tls_set(m_mosq, ca.isEmpty() ? nullptr : ca.constData(),
+                                     ca.isEmpty() ? kSystemCertificates : nullptr,
+                                     cert.isEmpty() ? nullptr : cert.constData(),
+                                     key.isEmpty() ? nullptr : key.constData(), nullptr);
+    if (rc != MOSQ_ERR_SUCCESS)
+        report(QStringLiteral("TLS for %1: %2").arg(m_settings.address(), errorText(rc)));
 }
 
 void MqttClient::stop()
@@ -137,7 +147,12 @@ void MqttClient::connectNow()
                      .arg(m_settings.host, info.errorString()));
             return;
         }
-        connectTo(info.addresses().constFirst().toString());
+        // IPv4 first: a broker told to listen on "localhost" often listens on 127.0.0.1 only.
+        QList<QHostAddress> addresses = info.addresses();
+        std::stable_partition(addresses.begin(), addresses.end(), [](const QHostAddress& a) {
+            return a.protocol() == QAbstractSocket::IPv4Protocol;
+        });
+        connectTo(addresses.constFirst().toString());
     });
 }
 
@@ -317,7 +332,8 @@ void MqttClient::onMessage(mosquitto*, void* self, const mosquitto_message* mess
     auto* client = static_cast<MqttClient*>(self);
     Q_EMIT client->messageReceived(
         QString::fromUtf8(message->topic),
-        QByteArray(static_cast<const char*>(message->payload), message->payloadlen));
+        QByteArray(static_cast<const char*>(message->payload), message->payloadlen),
+        message->retain);
 }
 
 } // namespace spinlane::facility

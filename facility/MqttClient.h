@@ -54,9 +54,11 @@ Q_SIGNALS:
     // One line for a person: the broker refused the login, a topic, or could not be reached.
     void problem(const QString& text);
     void published(int messageId, bool accepted);
-    void messageReceived(const QString& topic, const QByteArray& payload);
+    // `retained`: kept by the broker from before this client subscribed.
+    void messageReceived(const QString& topic, const QByteArray& payload, bool retained);
 
 private:
+    void setUpTls();
     void connectNow();
     void connectTo(const QString& host);
     void watchSocket();

@@ -10,10 +10,13 @@ const QString kRoot = QStringLiteral("spinlane/v1/");
 
 bool isValidInstrumentName(const QString& name)
 {
-    if (name.isEmpty() || name.size() > 64)
+    // Also a path segment of the facility's API and a file name, so "." and ".." are not names.
+    if (name.isEmpty() || name.size() > 64 || name == u"." || name == u"..")
         return false;
     for (QChar c : name) {
-        if (c == u'/' || c == u'+' || c == u'#' || c.isSpace() || c.category() == QChar::Other_Control)
+        const bool ok = (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z')
+                        || (c >= u'0' && c <= u'9') || c == u'-' || c == u'_' || c == u'.';
+        if (!ok)
             return false;
     }
     return true;

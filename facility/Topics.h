@@ -10,8 +10,8 @@ namespace spinlane::facility {
 inline constexpr char kOnlinePayload[] = "online";
 inline constexpr char kOfflinePayload[] = "offline";
 
-// A name that can stand as one topic level: 1 to 64 characters, none of them "/", "+", "#", a
-// control character or a space.
+// A name that can stand as one topic level and one path segment: 1 to 64 letters, digits, "-",
+// "_" and ".", but not "." or ".." alone.
 bool isValidInstrumentName(const QString& name);
 
 QString stateTopic(const QString& instrument);

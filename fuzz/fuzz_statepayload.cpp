@@ -37,8 +37,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const PayloadReading reading = readStatePayload(payload, parts.instrument, 64 * 1024);
     check(reading.state.has_value() == (reading.fault == PayloadFault::None));
     if (reading.state) {
-        check(reading.state->json == payload);
+        const PayloadReading again = readStatePayload(reading.state->json, parts.instrument, 1 << 20);
+        check(again.state && again.state->json == reading.state->json);
         check(reading.state->instrument == parts.instrument);
+        // Read again beside itself, lending its own queue: the same state either way.
+        const PayloadReading lent = readStatePayload(payload, parts.instrument, 64 * 1024, &*reading.state);
+        check(lent.state && lent.state->json == reading.state->json);
     }
 
     FacilityModel model;

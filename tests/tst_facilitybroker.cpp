@@ -231,14 +231,23 @@ private Q_SLOTS:
 
     void aBrokerRestartLosesNothingRetained()
     {
+        // nmr800's will is older than the broker's shutdown.
+        QTest::qWait(int(FacilityModel::kShutdownWillMs) + 100);
         QSignalSpy lost(&m_facility->client(), &MqttClient::disconnected);
         QVERIFY2(m_broker.restart(), qPrintable(m_broker.log()));
         QTRY_COMPARE(lost.count(), 1);
+        // The stopping broker sent every instrument's will: they are not heard, not gone; the
+        // one that left before stays gone.
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr400")), FacilityModel::Offline::Silent);
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr600")), FacilityModel::Offline::Silent);
+        QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr800")), FacilityModel::Offline::Will);
+        QCOMPARE(runStateOf(*m_facility, QStringLiteral("nmr600")), QStringLiteral("finished"));
         QTRY_VERIFY_WITH_TIMEOUT(m_facility->client().isConnected(), 10000);
         // The instruments reconnect by themselves and go on publishing.
         publishFrom(QStringLiteral("nmr400"), recordedState(QStringLiteral("nmr400"), QStringLiteral("stopped"), 20));
         QTRY_COMPARE_WITH_TIMEOUT(runStateOf(*m_facility, QStringLiteral("nmr400")), QStringLiteral("stopped"), 20000);
         QCOMPARE(offlineOf(*m_facility, QStringLiteral("nmr800")), FacilityModel::Offline::Will);
+        QTRY_COMPARE_WITH_TIMEOUT(offlineOf(*m_facility, QStringLiteral("nmr600")), FacilityModel::Offline::No, 20000);
     }
 
     void aFacilityStartedLastSeesEverything()
@@ -351,6 +360,21 @@ private Q_SLOTS:
         QVERIFY(web.waitForError(QStringLiteral("spinlane-web: broker: the broker refused the user name or password")));
         QVERIFY(get(port, QStringLiteral("/api/v1/instrument")).contains("\"schema\":1"));
         QVERIFY(get(port, QStringLiteral("/metrics")).contains("spinlane_broker_connected{instrument="));
+        QVERIFY(get(port, QStringLiteral("/healthz")).contains("refused the user name or password"));
+    }
+
+    // Logged in, but the access list refuses the instrument's topics: not connected, and why.
+    void aRefusedTopicShowsInTheMetric()
+    {
+        const QString config = writeConfig(QStringLiteral("forged.conf"), QStringLiteral("nmr600"),
+                                           passwordOf(QStringLiteral("nmr600")),
+                                           {{QStringLiteral("web"), QStringLiteral("Instrument"), QStringLiteral("nmr400")}});
+        WebProgram web(config);
+        const quint16 port = web.port();
+        QVERIFY2(port, qPrintable(web.errors()));
+        QVERIFY(web.waitForError(QStringLiteral("the broker does not allow this user to publish spinlane/v1/nmr400/")));
+        QTRY_VERIFY(get(port, QStringLiteral("/metrics")).contains("spinlane_broker_connected{instrument=\"nmr400\"} 0\n"));
+        QVERIFY(get(port, QStringLiteral("/healthz")).contains("does not allow this user to publish"));
     }
 
     void aPasswordOthersCanReadIsRefused()
@@ -391,10 +415,76 @@ private Q_SLOTS:
         QVERIFY(forger.isConnected());
         QTRY_COMPARE(forger.problem(), QStringLiteral("the broker does not allow this user to publish spinlane/v1/nmr400/state"));
         QCOMPARE(forger.publishedStates(), 0u);
+        QVERIFY(!forger.isDelivering());
 
         // A message sent after the forged one reaches the facility after it would have.
         syncWithFacility();
         QCOMPARE(stateOf(*m_facility, QStringLiteral("nmr400")), before);
+    }
+
+    // TLS checks the broker's certificate against its name; without CAFile, against the
+    // system's certificate store, and says so.
+    void tlsChecksTheBrokersName_data()
+    {
+        QTest::addColumn<QString>("certified"); // the name in the broker's certificate
+        QTest::addColumn<bool>("withCa");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("its name") << QStringLiteral("localhost") << true << true;
+        QTest::newRow("another name") << QStringLiteral("elsewhere.example") << true << false;
+        QTest::newRow("the system's store") << QStringLiteral("localhost") << false << false;
+    }
+    void tlsChecksTheBrokersName()
+    {
+        QFETCH(QString, certified);
+        QFETCH(bool, withCa);
+        QFETCH(bool, accepted);
+        QTemporaryDir dir;
+        const auto openssl = [&dir](const QStringList& arguments) {
+            QProcess process;
+            process.setWorkingDirectory(dir.path());
+            process.start(QStringLiteral("openssl"), arguments);
+            return process.waitForFinished(20000) && process.exitCode() == 0;
+        };
+        const QStringList key{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
+                              QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
+        QVERIFY(openssl(QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + key
+                        + QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"), QStringLiteral("-out"),
+                                      QStringLiteral("ca.pem"), QStringLiteral("-days"), QStringLiteral("2"),
+                                      QStringLiteral("-subj"), QStringLiteral("/CN=Spinlane test authority")}));
+        QVERIFY(openssl(QStringList{QStringLiteral("req")} + key
+                        + QStringList{QStringLiteral("-keyout"), QStringLiteral("broker.key"), QStringLiteral("-out"),
+                                      QStringLiteral("broker.csr"), QStringLiteral("-subj"), QStringLiteral("/CN=") + certified}));
+        QFile extension(dir.filePath(QStringLiteral("san.ext")));
+        QVERIFY(extension.open(QIODevice::WriteOnly));
+        extension.write("subjectAltName=DNS:" + certified.toUtf8() + '\n');
+        extension.close();
+        QVERIFY(openssl({QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"), QStringLiteral("broker.csr"),
+                         QStringLiteral("-CA"), QStringLiteral("ca.pem"), QStringLiteral("-CAkey"), QStringLiteral("ca.key"),
+                         QStringLiteral("-CAcreateserial"), QStringLiteral("-out"), QStringLiteral("broker.pem"),
+                         QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("san.ext")}));
+        MosquittoBroker broker;
+        QVERIFY(broker.addUser(QStringLiteral("facility"), QStringLiteral("pw")));
+        broker.setTls(dir.filePath(QStringLiteral("broker.pem")), dir.filePath(QStringLiteral("broker.key")));
+        QVERIFY2(broker.start(), qPrintable(broker.log()));
+        BrokerSettings settings = broker.settings(QStringLiteral("facility"), QStringLiteral("pw"));
+        settings.host = QStringLiteral("localhost");
+        settings.tls = true;
+        if (withCa)
+            settings.caFile = dir.filePath(QStringLiteral("ca.pem"));
+        else
+            QTest::ignoreMessage(QtInfoMsg, QRegularExpression(QStringLiteral("no CAFile, so the system's certificate store in /etc/ssl/certs is trusted")));
+        MqttClient client(QStringLiteral("tls-test"));
+        client.setReconnectDelays(100, 1000);
+        client.start(settings);
+        if (accepted) {
+            QTRY_VERIFY2_WITH_TIMEOUT(client.isConnected(),
+                                      qPrintable(client.lastProblem() + u'\n' + broker.log()), 10000);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(!client.lastProblem().isEmpty(), 10000);
+            QVERIFY(!client.isConnected());
+            QVERIFY2(!client.lastProblem().contains(QStringLiteral("Invalid function arguments")),
+                     qPrintable(client.lastProblem()));
+        }
     }
 
     void badPayloadsAreIgnoredAndCounted_data()

@@ -301,6 +301,10 @@ private Q_SLOTS:
                                      << u"[web] Listn: unknown setting"_s;
         QTest::newRow("bad address") << u"[web]\nListen=nowhere\n"_s
                                      << u"[web] Listen: not ADDRESS:PORT"_s;
+        QTest::newRow("allowed hosts") << u"[web]\nAllowedHosts=nmr.example, Proxy.Lab\n"_s
+                                       << QString();
+        QTest::newRow("allowed host with port") << u"[web]\nAllowedHosts=nmr.example:80\n"_s
+                                                << u"[web] AllowedHosts: needs host names"_s;
         QTest::newRow("bad Boolean") << u"[web]\nHideSampleNames=perhaps\n"_s
                                      << u"[web] HideSampleNames: needs true or false"_s;
         QTest::newRow("bad Boolean of users") << u"[web]\nHideUsers=2\n"_s
@@ -332,6 +336,8 @@ private Q_SLOTS:
             QVERIFY(settings->hideUsers);
             QCOMPARE(settings->maxConnections, 10);
             QCOMPARE(settings->maxLiveClients, 5);
+        } else if (qstrcmp(QTest::currentDataTag(), "allowed hosts") == 0) {
+            QCOMPARE(settings->allowedHosts, (QStringList{u"nmr.example"_s, u"proxy.lab"_s}));
         } else {
             QVERIFY(!settings->instrument.isEmpty()); // the host name
             QCOMPARE(settings->address, QHostAddress(QHostAddress::LocalHost));
@@ -561,7 +567,7 @@ private Q_SLOTS:
         QVERIFY(lab.isReady());
         QVERIFY(lab.startConsole());
         QTemporaryDir dir;
-        Web web(writeWebConf(dir, u"[web]\nMaxConnections=300\nMaxLiveBacklogBytes=4096\nIdleSeconds=2\n"_s));
+        Web web(writeWebConf(dir, u"[web]\nMaxConnections=300\nLiveStallSeconds=2\nIdleSeconds=2\n"_s));
         QVERIFY2(web.port, qPrintable(web.errors()));
         LiveClient live(web.url({}));
         QTRY_VERIFY_WITH_TIMEOUT(!live.messages.isEmpty(), 10000);
@@ -572,9 +578,9 @@ private Q_SLOTS:
             {"GET /" + QByteArray(100000, 'a') + " HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 431 "},
             {"GET / HTTP/1.1\r\n" + QByteArray("X-Many: 1\r\n").repeated(2000) + "\r\n",
              "HTTP/1.1 431 "},
-            {"GET /%C3%28%FF%FE HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 404 "},
-            {"GET /\xff\xfe\xc3\x28 HTTP/1.1\r\nHost: x\r\n\r\n", "HTTP/1.1 404 "},
-            {"GET /api/v1/live HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\n"
+            {"GET /%C3%28%FF%FE HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", "HTTP/1.1 404 "},
+            {"GET /\xff\xfe\xc3\x28 HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n", "HTTP/1.1 404 "},
+            {"GET /api/v1/live HTTP/1.1\r\nHost: 127.0.0.1\r\nUpgrade: websocket\r\n"
              "Connection: Upgrade\r\n\r\n",
              ""},
             {"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03", ""}};

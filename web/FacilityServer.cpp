@@ -29,10 +29,11 @@ HttpReply pageFile(const QString& resource, const char* type)
 FacilityServer::FacilityServer(const WebSettings& settings, QObject* parent)
     : QObject(parent)
     , m_settings(settings)
-    , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds},
+    , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds,
+              settings.allowedHosts},
              [this](const QString& path) { return answer(path); },
              [this](std::unique_ptr<QWebSocket> socket) { m_live.take(std::move(socket)); })
-    , m_live(settings.maxLiveClients, settings.maxLiveBacklogBytes)
+    , m_live(settings.maxLiveClients, settings.liveStallSeconds)
 {
     registerFacilityPage();
     // A burst of changes (the retained states of every instrument after a reconnection) gives
@@ -90,7 +91,13 @@ HttpReply FacilityServer::answer(const QString& path) const
     if (path == u"/metrics"_s)
         return {200, "text/plain; version=0.0.4; charset=utf-8", m_model.metricsText(), true};
     if (path == u"/healthz"_s)
-        return text(200, m_model.client().isConnected() ? "ok\n" : "ok (the broker is not connected)\n");
+        return text(200, m_model.client().isConnected()
+                             ? QByteArray("ok\n")
+                             : "ok (the broker is not connected: "
+                                   + (m_model.client().lastProblem().isEmpty()
+                                          ? QByteArray("not yet")
+                                          : m_model.client().lastProblem().toUtf8())
+                                   + ")\n");
     if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
     if (path == u"/"_s)

@@ -1,15 +1,19 @@
 #include "web/HttpFace.h"
 
+#include "web/HttpRequest.h"
 #include "web/LiveChannel.h"
 
-#include <QAbstractHttpServer>
-#include <QHttpServerRequest>
-#include <QHttpServerResponder>
-#include <QPointer>
+#include <QElapsedTimer>
+#include <QHostInfo>
+#include <QNetworkInterface>
+#include <QSet>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
 #include <QWebSocket>
+#include <QWebSocketServer>
+
+#include <sys/socket.h>
 
 #include <list>
 
@@ -18,8 +22,6 @@ using namespace Qt::StringLiterals;
 namespace spinlane::web {
 namespace {
 
-using Status = QHttpServerResponder::StatusCode;
-
 // Never from another origin, nothing inline: the page's script and style are files of its own.
 const QByteArray kContentSecurityPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self'; "
@@ -27,49 +29,74 @@ const QByteArray kContentSecurityPolicy =
 
 constexpr int kLiveSendBuffer = 64 * 1024;
 
+// What a live client may send, which is only control frames: a burst, then a trickle.
+constexpr int kLiveBurstBytes = 1024;
+constexpr int kLiveBytesPerSecond = 128;
+constexpr int kLiveCostPerRead = 32; // so that many tiny frames cost too
+
+// Ends a connection at once: what the client has not taken is dropped rather than kept by the
+// system for a client that may never read it.
+void reset(QTcpSocket* socket)
+{
+    const linger now{1, 0};
+    ::setsockopt(int(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    socket->abort();
+}
+
+QByteArray reasonPhrase(int status)
+{
+    switch (status) {
+    case 200: return "OK";
+    case 400: return "Bad Request";
+    case 403: return "Forbidden";
+    case 404: return "Not Found";
+    case 405: return "Method Not Allowed";
+    case 421: return "Misdirected Request";
+    case 426: return "Upgrade Required";
+    case 431: return "Request Header Fields Too Large";
+    default: return "Unknown";
+    }
+}
+
+HttpReply refusal(int status, const QByteArray& why)
+{
+    return {status, "text/plain; charset=utf-8", why + '\n', true};
+}
+
 } // namespace
 
-// One accepted connection, as long as its socket lives: what it sent since its last answer and
-// how long it has been quiet.
-class Guard : public QObject {
-    Q_OBJECT // for findChild<Guard*>, which otherwise takes any child for one
+// A connection's socket. Qt WebSockets answers a handshake with Access-Control-Allow-* headers,
+// which this server never sends: they are taken out of that one answer.
+class HttpSocket : public QTcpSocket {
 public:
-    Guard(QTcpSocket* socket, const HttpLimits& limits, std::list<Guard*>& all)
-        : QObject(socket)
-        , m_socket(socket)
-        , m_all(all)
-        , m_peer(socket->peerAddress())
-        , m_peerPort(socket->peerPort())
-    {
-        m_place = m_all.insert(m_all.end(), this);
-        m_idle.setSingleShot(true);
-        m_idle.setInterval(limits.idleSeconds * 1000);
-        connect(&m_idle, &QTimer::timeout, socket, &QTcpSocket::abort);
-        m_idle.start();
-        // Connected before the HTTP server's own reader, so a request too long is cut off first.
-        connect(socket, &QTcpSocket::readyRead, this, [this, max = limits.maxRequestBytes] {
-            m_idle.start();
-            m_received += m_socket->bytesAvailable();
-            if (m_received > max)
-                refuseTooLong();
-        });
-        connect(socket, &QTcpSocket::bytesWritten, this, [this] {
-            if (!m_live)
-                m_idle.start();
-        });
-        connect(socket, &QTcpSocket::disconnected, this, &Guard::leave);
-    }
-    ~Guard() override { leave(); }
+    using QTcpSocket::QTcpSocket;
+    bool handshakePending = false;
 
-    void answered() { m_received = 0; }
-    void becomeLive()
+protected:
+    qint64 writeData(const char* data, qint64 size) override
     {
-        m_live = true;
-        m_idle.stop();
-        // A live client's messages wait in the program, where the live channel sees how many
-        // pile up, rather than in megabytes of the system's buffers.
-        m_socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kLiveSendBuffer);
+        if (!handshakePending)
+            return QTcpSocket::writeData(data, size);
+        handshakePending = false;
+        QByteArray kept;
+        for (const QByteArray& line : QByteArray(data, size).split('\n')) {
+            if (!line.startsWith("Access-Control-"))
+                kept += line + '\n';
+        }
+        kept.chop(1);
+        return QTcpSocket::writeData(kept.constData(), kept.size()) < 0 ? -1 : size;
     }
+};
+
+// One accepted connection, as long as its socket lives. It reads one request at a time and only
+// while the answers it has not sent stay below the bound; it hands a WebSocket upgrade on and,
+// once live, watches that the client sends little.
+class Connection : public QObject {
+public:
+    Connection(HttpSocket* socket, HttpFace::Listener* listener);
+    ~Connection() override;
+
+    void becomeLive();
     bool isLive() const { return m_live; }
     bool isPeer(const QHostAddress& address, quint16 port) const
     {
@@ -78,31 +105,24 @@ public:
     QTcpSocket* socket() const { return m_socket; }
 
 private:
-    void refuseTooLong()
-    {
-        // The request is not parsed any further: a short answer, then the connection ends.
-        QObject::disconnect(m_socket, &QTcpSocket::readyRead, nullptr, nullptr);
-        m_socket->write("HTTP/1.1 431 Request Header Fields Too Large\r\n"
-                        "Content-Length: 0\r\nConnection: close\r\n\r\n");
-        m_socket->disconnectFromHost();
-    }
-    void leave()
-    {
-        if (m_counted) {
-            m_all.erase(m_place);
-            m_counted = false;
-        }
-    }
+    void readyRead();
+    void written();
+    void process();
+    void answer(const HttpRequest& request);
+    void write(const HttpRequest& request, const HttpReply& reply, bool close);
+    void handOn(const HttpRequest& request, qsizetype headBytes);
 
-    QTcpSocket* m_socket;
-    std::list<Guard*>& m_all;
-    std::list<Guard*>::iterator m_place;
-    bool m_counted = true;
+    HttpSocket* m_socket;
+    HttpFace::Listener* m_listener;
     QHostAddress m_peer;
     quint16 m_peerPort;
-    QTimer m_idle;
-    qint64 m_received = 0;
+    QTimer m_idle; // from the last answer or write to the next request
+    QTimer m_drain; // from when the unsent answers passed the bound
+    bool m_closing = false;
+    bool m_handedOn = false;
     bool m_live = false;
+    QElapsedTimer m_lastRead;
+    qint64 m_budget = kLiveBurstBytes;
 };
 
 // Accepts connections within the limit: when it is reached, the oldest connection that is not a
@@ -110,147 +130,281 @@ private:
 // the new connection is closed.
 class HttpFace::Listener : public QTcpServer {
 public:
-    Listener(const HttpLimits& limits, QObject* parent)
-        : QTcpServer(parent)
-        , m_limits(limits)
+    Listener(const HttpLimits& limits, Handler handler, Upgrade upgrade)
+        : limits(limits)
+        , handler(std::move(handler))
+        , upgrade(std::move(upgrade))
+        , webSockets(u"spinlane-web"_s, QWebSocketServer::NonSecureMode)
     {
         setMaxPendingConnections(std::max(30, limits.maxConnections));
+        webSockets.setHandshakeTimeout(limits.idleSeconds * 1000);
+        connect(&webSockets, &QWebSocketServer::newConnection, this, [this] {
+            while (webSockets.hasPendingConnections()) {
+                std::unique_ptr<QWebSocket> socket(webSockets.nextPendingConnection());
+                if (!socket)
+                    break;
+                for (Connection* connection : connections) {
+                    if (connection->isPeer(socket->peerAddress(), socket->peerPort()))
+                        connection->becomeLive();
+                }
+                this->upgrade(std::move(socket));
+            }
+        });
     }
 
     ~Listener() override
     {
-        while (!guards.empty())
-            delete guards.front();
+        while (!connections.empty())
+            delete connections.front();
     }
 
-    std::list<Guard*> guards;
+    bool serves(const QByteArray& host) const { return hosts.contains(host); }
+
+    const HttpLimits limits;
+    const Handler handler;
+    const Upgrade upgrade;
+    std::list<Connection*> connections;
+    QSet<QByteArray> hosts;
+    QWebSocketServer webSockets;
 
 protected:
     void incomingConnection(qintptr descriptor) override
     {
-        auto* socket = new QTcpSocket(this);
+        auto* socket = new HttpSocket(this);
         if (!socket->setSocketDescriptor(descriptor)) {
             delete socket;
             return;
         }
-        if (int(guards.size()) >= m_limits.maxConnections && !evictOne()) {
+        if (int(connections.size()) >= limits.maxConnections && !evictOne()) {
             socket->abort();
             delete socket;
             return;
         }
-        socket->setReadBufferSize(m_limits.maxRequestBytes + 1024);
-        new Guard(socket, m_limits, guards);
-        addPendingConnection(socket);
+        // A request's head fits in the buffer; the system's buffers hold back the rest.
+        socket->setReadBufferSize(limits.maxRequestBytes + 1024);
+        // Each answer is written whole at once: its last segment need not wait for the client's
+        // delayed acknowledgement of the one before (about 40 ms).
+        socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        new Connection(socket, this);
     }
 
 private:
     bool evictOne()
     {
-        for (Guard* guard : guards) {
-            if (!guard->isLive()) {
-                QTcpSocket* socket = guard->socket();
-                delete guard;
+        for (Connection* connection : connections) {
+            if (!connection->isLive()) {
+                QTcpSocket* socket = connection->socket();
+                delete connection;
                 socket->abort();
+                socket->deleteLater();
                 return true;
             }
         }
         return false;
     }
-
-    HttpLimits m_limits;
 };
 
-class HttpFace::Server : public QAbstractHttpServer {
-public:
-    Server(const HttpLimits& limits, Handler handler, Upgrade upgrade)
-        : m_limits(limits)
-        , m_handler(std::move(handler))
-        , m_upgrade(std::move(upgrade))
-    {
-        connect(this, &QAbstractHttpServer::newWebSocketConnection, this, [this] {
-            while (hasPendingWebSocketConnections()) {
-                std::unique_ptr<QWebSocket> socket = nextPendingWebSocketConnection();
-                if (!socket)
-                    break;
-                if (listener) {
-                    for (Guard* guard : listener->guards) {
-                        if (guard->isPeer(socket->peerAddress(), socket->peerPort()))
-                            guard->becomeLive();
-                    }
-                }
-                m_upgrade(std::move(socket));
-            }
-        });
+Connection::Connection(HttpSocket* socket, HttpFace::Listener* listener)
+    : QObject(socket)
+    , m_socket(socket)
+    , m_listener(listener)
+    , m_peer(socket->peerAddress())
+    , m_peerPort(socket->peerPort())
+{
+    m_listener->connections.push_back(this);
+    m_idle.setSingleShot(true);
+    m_idle.setInterval(listener->limits.idleSeconds * 1000);
+    connect(&m_idle, &QTimer::timeout, socket, &QTcpSocket::abort);
+    m_idle.start();
+    m_drain.setSingleShot(true);
+    m_drain.setInterval(HttpLimits::kDrainSeconds * 1000);
+    connect(&m_drain, &QTimer::timeout, this, [socket] { reset(socket); });
+    // Connected before anything of Qt WebSockets, so that this sees what a live client sends.
+    connect(socket, &QTcpSocket::readyRead, this, &Connection::readyRead);
+    connect(socket, &QTcpSocket::bytesWritten, this, &Connection::written);
+    connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+}
+
+Connection::~Connection() { m_listener->connections.remove(this); }
+
+void Connection::becomeLive()
+{
+    m_live = true;
+    m_idle.stop();
+    m_drain.stop();
+    m_lastRead.start();
+    // A live client's messages wait in the program, where the live channel sees them, rather
+    // than in megabytes of the system's buffers.
+    m_socket->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kLiveSendBuffer);
+    // However the live channel ends it, the message the client did not take goes with it.
+    const linger now{1, 0};
+    ::setsockopt(int(m_socket->socketDescriptor()), SOL_SOCKET, SO_LINGER, &now, sizeof now);
+}
+
+void Connection::readyRead()
+{
+    if (!m_handedOn) {
+        process();
+        return;
     }
+    if (!m_live)
+        return;
+    // A live client has nothing to say but the odd control frame: a flood of anything ends it.
+    const qint64 since = m_lastRead.restart();
+    m_budget = std::min<qint64>(kLiveBurstBytes, m_budget + since * kLiveBytesPerSecond / 1000);
+    m_budget -= kLiveCostPerRead + m_socket->bytesAvailable();
+    if (m_budget < 0) {
+        qWarning("spinlane-web: a live client at %s sends more than control frames; it is closed",
+                 qPrintable(m_peer.toString()));
+        reset(m_socket);
+    }
+}
 
-    QPointer<Listener> listener;
+void Connection::written()
+{
+    if (m_handedOn)
+        return;
+    m_idle.start();
+    if (m_socket->bytesToWrite() < HttpLimits::kMaxUnsentBytes) {
+        m_drain.stop();
+        process();
+    }
+}
 
-protected:
-    bool handleRequest(const QHttpServerRequest& request, QTcpSocket* socket) override
-    {
-        if (auto* guard = socket->findChild<Guard*>(QString(), Qt::FindDirectChildrenOnly))
-            guard->answered();
-        // Qt 6.4 asks here before it hands a WebSocket upgrade to its WebSocket server: true
-        // lets the upgrade go on, with nothing written; false closes the connection.
-        if (request.value("upgrade").compare("websocket", Qt::CaseInsensitive) == 0
-            && request.value("connection").toLower().contains("upgrade"))
-            return request.url().path() == kLivePath;
-        const bool head = request.method() == QHttpServerRequest::Method::Head;
-        HttpReply reply;
-        if (request.method() == QHttpServerRequest::Method::Get || head) {
-            reply = m_handler(request.url().path());
-        } else {
-            reply = {405, "text/plain; charset=utf-8", "Only GET and HEAD are served.\n", true};
+void Connection::process()
+{
+    const int most = m_listener->limits.maxRequestBytes;
+    while (!m_closing && !m_handedOn && m_socket->bytesToWrite() < HttpLimits::kMaxUnsentBytes) {
+        const QByteArray head = m_socket->peek(most + 4);
+        const qsizetype end = head.indexOf("\r\n\r\n");
+        if (end < 0 || end + 4 > most) {
+            if (head.size() > most)
+                write({}, refusal(431, "The request is too long."), true);
+            return;
         }
-        QHttpServerResponder responder = makeResponder(request, socket);
-        responder.writeStatusLine(Status(reply.status));
-        responder.writeHeader("Content-Type", reply.contentType);
-        responder.writeHeader("Content-Length", QByteArray::number(reply.body.size()));
-        responder.writeHeader("X-Content-Type-Options", "nosniff");
-        responder.writeHeader("Content-Security-Policy", kContentSecurityPolicy);
-        responder.writeHeader("Referrer-Policy", "no-referrer");
-        responder.writeHeader("X-Frame-Options", "DENY");
-        responder.writeHeader("Cache-Control", reply.noStore ? "no-store" : "no-cache");
-        if (reply.status == 405)
-            responder.writeHeader("Allow", "GET, HEAD");
-        responder.writeBody(head ? QByteArray() : reply.body); // the blank line, at least
-        return true;
+        const HttpRequest request = parseHttpRequest(QByteArrayView(head).first(end + 2));
+        if (request.problem.isEmpty() && request.upgradeToWebSocket
+            && m_listener->serves(request.host)) {
+            handOn(request, end + 4);
+            return;
+        }
+        m_socket->read(end + 4);
+        m_idle.start();
+        answer(request);
     }
+    if (!m_closing && !m_handedOn && !m_drain.isActive()
+        && m_socket->bytesToWrite() >= HttpLimits::kMaxUnsentBytes)
+        m_drain.start();
+}
 
-    void missingHandler(const QHttpServerRequest&, QTcpSocket* socket) override
-    {
-        socket->disconnectFromHost();
+void Connection::answer(const HttpRequest& request)
+{
+    if (!request.problem.isEmpty())
+        return write(request, refusal(400, "Bad request: " + request.problem + '.'), true);
+    // HTTP/1.0 may name no host; no browser sends that.
+    if (!m_listener->serves(request.host) && !(request.http10 && request.host.isEmpty()))
+        return write(request, refusal(request.absoluteUri ? 400 : 421,
+                                      "This server does not serve that host."), true);
+    const bool getOrHead = request.method == "GET" || request.method == "HEAD";
+    if (request.hasBody)
+        return write(request, refusal(getOrHead ? 400 : 405, "Requests have no body here."),
+                     true);
+    if (!getOrHead)
+        return write(request, refusal(405, "Only GET and HEAD are served."), !request.keepAlive);
+    write(request, m_listener->handler(request.path), !request.keepAlive);
+}
+
+void Connection::write(const HttpRequest& request, const HttpReply& reply, bool close)
+{
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.status) + ' '
+                      + reasonPhrase(reply.status) + "\r\nContent-Type: " + reply.contentType
+                      + "\r\nContent-Length: " + QByteArray::number(reply.body.size())
+                      + "\r\nX-Content-Type-Options: nosniff\r\nContent-Security-Policy: "
+                      + kContentSecurityPolicy
+                      + "\r\nReferrer-Policy: no-referrer\r\nX-Frame-Options: DENY\r\n"
+                        "Cache-Control: "
+                      + (reply.noStore ? "no-store" : "no-cache") + "\r\n";
+    if (reply.status == 405)
+        head += "Allow: GET, HEAD\r\n";
+    if (close)
+        head += "Connection: close\r\n";
+    else if (request.http10)
+        head += "Connection: keep-alive\r\n";
+    m_socket->write(head + "\r\n");
+    if (request.method != "HEAD")
+        m_socket->write(reply.body);
+    if (close) {
+        m_closing = true;
+        m_socket->disconnectFromHost();
     }
+}
 
-private:
-    HttpLimits m_limits;
-    Handler m_handler;
-    Upgrade m_upgrade;
-};
+void Connection::handOn(const HttpRequest& request, qsizetype headBytes)
+{
+    if (request.path != kLivePath || request.method != "GET") {
+        m_socket->read(headBytes);
+        return write(request, refusal(404, "Not found."), true);
+    }
+    // A browser always says which page opened the channel: only this server's own may.
+    if (!request.origin.isEmpty()) {
+        const QUrl origin = QUrl::fromEncoded(request.origin);
+        if (!origin.isValid() || !m_listener->serves(origin.host().toUtf8().toLower())) {
+            m_socket->read(headBytes);
+            return write(request, refusal(403, "The live channel serves this server's page only."),
+                         true);
+        }
+    }
+    // Qt WebSockets reads the handshake from the socket itself.
+    m_socket->handshakePending = true;
+    m_handedOn = true;
+    // From here the socket belongs to Qt WebSockets, which ends it.
+    disconnect(m_socket, &QTcpSocket::disconnected, m_socket, &QObject::deleteLater);
+    m_listener->webSockets.handleConnection(m_socket);
+}
 
 HttpFace::HttpFace(const HttpLimits& limits, Handler handler, Upgrade upgrade, QObject* parent)
     : QObject(parent)
-    , m_server(std::make_unique<Server>(limits, std::move(handler), std::move(upgrade)))
+    , m_listener(std::make_unique<Listener>(limits, std::move(handler), std::move(upgrade)))
 {
-    m_server->listener = new Listener(limits, m_server.get());
 }
 
 HttpFace::~HttpFace() = default;
 
 bool HttpFace::listen(const QHostAddress& address, quint16 port, QString* error)
 {
-    if (!m_server->listener->listen(address, port)) {
-        *error = m_server->listener->errorString();
+    if (!m_listener->listen(address, port)) {
+        *error = m_listener->errorString();
         return false;
     }
-    m_server->bind(m_server->listener);
+    QSet<QByteArray>& hosts = m_listener->hosts;
+    hosts = {"localhost", "127.0.0.1", "::1", address.toString().toLatin1().toLower()};
+    const QString name = QHostInfo::localHostName().toLower();
+    hosts.insert(name.toUtf8());
+    if (!QHostInfo::localDomainName().isEmpty())
+        hosts.insert((name + u'.' + QHostInfo::localDomainName().toLower()).toUtf8());
+    if (address == QHostAddress::Any || address == QHostAddress::AnyIPv4
+        || address == QHostAddress::AnyIPv6) {
+        for (QHostAddress local : QNetworkInterface::allAddresses()) {
+            local.setScopeId({});
+            hosts.insert(local.toString().toLatin1().toLower());
+        }
+    }
+    for (const QString& allowed : m_listener->limits.allowedHosts)
+        hosts.insert(allowed.trimmed().toLower().toUtf8());
     return true;
 }
 
-quint16 HttpFace::port() const { return m_server->listener->serverPort(); }
+quint16 HttpFace::port() const { return m_listener->serverPort(); }
 
-int HttpFace::connections() const { return int(m_server->listener->guards.size()); }
+int HttpFace::connections() const { return int(m_listener->connections.size()); }
+
+QStringList HttpFace::servedHosts() const
+{
+    QStringList names;
+    for (const QByteArray& host : m_listener->hosts)
+        names.append(QString::fromUtf8(host));
+    names.sort();
+    return names;
+}
 
 } // namespace spinlane::web
-
-#include "HttpFace.moc"

@@ -3,22 +3,31 @@
 #include <QByteArray>
 #include <QHostAddress>
 #include <QObject>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
 
 class QWebSocket;
 
-// The one class that touches Qt HTTP Server (a technical preview in Qt 6.4 whose interface
-// changes later): it listens, answers GET and HEAD through a handler, refuses every other method
-// with 405, adds the security headers, hands WebSocket upgrades on, and keeps the limits on
-// connections, request size and idle time. Porting to another Qt version is this file's work.
+// The HTTP side of spinlane-web: it listens, reads each request itself (strict HTTP/1.1, GET and
+// HEAD only, no bodies), answers only the host names it serves, adds the security headers and
+// hands WebSocket upgrades from its own origin to Qt WebSockets. Every connection is bounded: a
+// request's size, its unsent answers (a connection that does not read is not read either, and is
+// closed when its answers do not drain), the time between requests, the number of connections.
 namespace spinlane::web {
 
 struct HttpLimits {
     int maxConnections = 512;
     int maxRequestBytes = 8192;
     int idleSeconds = 30;
+    // Host names, besides the listen address, localhost and this machine's names and addresses,
+    // that a request may name (a proxy's, a DNS alias).
+    QStringList allowedHosts;
+    // Unsent answers above which a connection's next request waits, and the time they have to
+    // drain before the connection is closed.
+    static constexpr qint64 kMaxUnsentBytes = 256 * 1024;
+    static constexpr int kDrainSeconds = 10;
 };
 
 struct HttpReply {
@@ -44,10 +53,13 @@ public:
     quint16 port() const;
     int connections() const;
 
+    // The names of hosts a request may name: lower case, without port.
+    QStringList servedHosts() const;
+
+    class Listener; // with its connections, in HttpFace.cpp
+
 private:
-    class Server;
-    class Listener;
-    std::unique_ptr<Server> m_server;
+    std::unique_ptr<Listener> m_listener;
 };
 
 } // namespace spinlane::web

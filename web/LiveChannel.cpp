@@ -1,5 +1,6 @@
 #include "web/LiveChannel.h"
 
+#include <QDeadlineTimer>
 #include <QPointer>
 #include <QWebSocket>
 
@@ -15,13 +16,16 @@ struct LiveChannel::Client {
                                                               }};
     qint64 unsent = 0; // bytes handed to the socket and not yet written
     quint64 version = 0; // of the last message handed to it
+    QDeadlineTimer stall; // by when the message it holds must be written
 };
 
-LiveChannel::LiveChannel(int maxClients, qint64 maxBacklogBytes, QObject* parent)
+LiveChannel::LiveChannel(int maxClients, int stallSeconds, QObject* parent)
     : QObject(parent)
     , m_maxClients(maxClients)
-    , m_maxBacklog(maxBacklogBytes)
+    , m_stallMs(qint64(stallSeconds) * 1000)
 {
+    m_watch.setInterval(std::clamp<int>(int(m_stallMs / 4), 100, 1000));
+    connect(&m_watch, &QTimer::timeout, this, &LiveChannel::dropStalled);
 }
 
 LiveChannel::~LiveChannel() = default;
@@ -37,54 +41,42 @@ void LiveChannel::take(std::unique_ptr<QWebSocket> socket)
     auto client = std::make_unique<Client>();
     client->socket.reset(socket.release());
     QWebSocket* raw = client->socket.get();
+    raw->setMaxAllowedIncomingFrameSize(kMaxIncomingFrame);
+    raw->setMaxAllowedIncomingMessageSize(kMaxIncomingFrame);
     // Queued, so that no client leaves the list while it is being gone through.
-    connect(
-        raw, &QWebSocket::disconnected, this,
-        [this, socket = QPointer<QWebSocket>(raw)] {
-            if (socket)
-                remove(socket);
-        },
-        Qt::QueuedConnection);
+    const auto removeLater = [this, socket = QPointer<QWebSocket>(raw)](const char* why) {
+        QMetaObject::invokeMethod(
+            this, [this, socket, why] { if (socket) remove(socket, why); }, Qt::QueuedConnection);
+    };
+    connect(raw, &QWebSocket::disconnected, this, [removeLater] { removeLater(nullptr); });
+    // Clients have nothing to say: a data frame, even the first of a message, ends them.
+    connect(raw, &QWebSocket::textFrameReceived, this,
+            [removeLater] { removeLater("sends data frames"); });
+    connect(raw, &QWebSocket::binaryFrameReceived, this,
+            [removeLater] { removeLater("sends data frames"); });
     connect(raw, &QWebSocket::bytesWritten, this,
             [this, raw](qint64 bytes) { written(raw, bytes); });
-    // Clients have nothing to say; whatever they send is dropped unread.
     m_clients.push_back(std::move(client));
-    pump();
+    hand(*m_clients.back());
+    if (!m_watch.isActive())
+        m_watch.start();
 }
 
 void LiveChannel::send(const QString& message)
 {
     m_message = message;
     ++m_version;
-    // A client still writing an older message and far behind does not read: it goes.
-    std::vector<QWebSocket*> behind;
-    for (const auto& client : m_clients) {
-        if (client->unsent > m_maxBacklog)
-            behind.push_back(client->socket.get());
-    }
-    for (QWebSocket* socket : behind) {
-        qWarning("spinlane-web: a live client at %s does not read its messages; it is dropped",
-                 qPrintable(socket->peerAddress().toString()));
-        socket->abort();
-        remove(socket);
-    }
-    pump();
+    for (auto& client : m_clients)
+        hand(*client);
 }
 
-void LiveChannel::pump()
+void LiveChannel::hand(Client& client)
 {
-    if (m_message.isEmpty())
+    if (m_message.isEmpty() || client.unsent > 0 || client.version == m_version)
         return;
-    for (auto& client : m_clients) {
-        if (m_writing >= kWritingAtOnce)
-            return;
-        if (client->unsent > 0 || client->version == m_version)
-            continue;
-        client->version = m_version;
-        client->unsent = client->socket->sendTextMessage(m_message);
-        if (client->unsent > 0)
-            ++m_writing;
-    }
+    client.version = m_version;
+    client.unsent = client.socket->sendTextMessage(m_message);
+    client.stall.setRemainingTime(m_stallMs);
 }
 
 void LiveChannel::written(QWebSocket* socket, qint64 bytes)
@@ -95,24 +87,37 @@ void LiveChannel::written(QWebSocket* socket, qint64 bytes)
         client->unsent -= bytes; // frame headers count too: done a little early at worst
         if (client->unsent <= 0) {
             client->unsent = 0;
-            --m_writing;
-            pump();
+            hand(*client);
         }
         return;
     }
 }
 
-void LiveChannel::remove(QWebSocket* socket)
+void LiveChannel::dropStalled()
+{
+    std::vector<QWebSocket*> stalled;
+    for (const auto& client : m_clients) {
+        if (client->unsent > 0 && client->stall.hasExpired())
+            stalled.push_back(client->socket.get());
+    }
+    for (QWebSocket* socket : stalled)
+        remove(socket, "does not read its messages");
+    if (m_clients.empty())
+        m_watch.stop();
+}
+
+void LiveChannel::remove(QWebSocket* socket, const char* why)
 {
     const auto found = std::find_if(m_clients.begin(), m_clients.end(),
                                     [socket](const auto& c) { return c->socket.get() == socket; });
     if (found == m_clients.end())
         return;
-    if ((*found)->unsent > 0)
-        --m_writing;
+    if (why)
+        qWarning("spinlane-web: a live client at %s %s; it is dropped",
+                 qPrintable(socket->peerAddress().toString()), why);
     socket->disconnect(this);
+    socket->abort();
     m_clients.erase(found);
-    pump();
 }
 
 } // namespace spinlane::web

@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -12,9 +13,9 @@ class QWebSocket;
 
 // The live channel's clients. Every message is the whole state, so a client only ever needs the
 // newest: it gets it when it joins, then whenever a newer one exists and the last has been written
-// to it. A few clients are written to at a time, so that the program never holds a message for
-// every client at once; a client that does not read keeps at most one message, and is dropped
-// when a newer one finds more than the bound of its bytes unsent.
+// to it. Each client is written to on its own, so one that does not read never delays another;
+// it holds at most one message, and is dropped when that message is not written within the stall
+// time. Clients send nothing but control frames: a data frame closes the connection.
 namespace spinlane::web {
 
 inline const QString kLivePath = QStringLiteral("/api/v1/live");
@@ -22,7 +23,7 @@ inline const QString kLivePath = QStringLiteral("/api/v1/live");
 class LiveChannel : public QObject {
     Q_OBJECT
 public:
-    LiveChannel(int maxClients, qint64 maxBacklogBytes, QObject* parent = nullptr);
+    LiveChannel(int maxClients, int stallSeconds, QObject* parent = nullptr);
     ~LiveChannel() override;
 
     // Takes a socket the HTTP side upgraded; one on another path than kLivePath, or one more
@@ -31,19 +32,21 @@ public:
     void send(const QString& message); // to every client, and to those who join later
     int clients() const { return int(m_clients.size()); }
 
-    static constexpr int kWritingAtOnce = 16;
+    // The largest control frame a client may send.
+    static constexpr int kMaxIncomingFrame = 125;
 
 private:
     struct Client;
-    void pump();
+    void hand(Client& client);
     void written(QWebSocket* socket, qint64 bytes);
-    void remove(QWebSocket* socket);
+    void dropStalled();
+    void remove(QWebSocket* socket, const char* why);
 
     int m_maxClients;
-    qint64 m_maxBacklog;
+    qint64 m_stallMs;
     QString m_message;
     quint64 m_version = 0;
-    int m_writing = 0; // clients with a message not yet written
+    QTimer m_watch; // looks for clients that do not read
     std::vector<std::unique_ptr<Client>> m_clients;
 };
 

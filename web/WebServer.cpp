@@ -57,10 +57,11 @@ WebServer::WebServer(const WebSettings& settings, const QDBusConnection& bus, QO
     : QObject(parent)
     , m_settings(settings)
     , m_mirror(bus)
-    , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds},
+    , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds,
+              settings.allowedHosts},
              [this](const QString& path) { return answer(path); },
              [this](std::unique_ptr<QWebSocket> socket) { m_live.take(std::move(socket)); })
-    , m_live(settings.maxLiveClients, settings.maxLiveBacklogBytes)
+    , m_live(settings.maxLiveClients, settings.liveStallSeconds)
 {
     registerPage();
     if (settings.broker.isSet()) {
@@ -118,11 +119,18 @@ HttpReply WebServer::answer(const QString& path) const
                                  m_live.clients(),         QDateTime::currentDateTime()};
         QByteArray text = metricsText(input);
         if (m_publisher)
-            text += brokerMetric(m_settings.instrument, m_publisher->isConnected());
+            text += brokerMetric(m_settings.instrument, m_publisher->isDelivering());
         return {200, "text/plain; version=0.0.4; charset=utf-8", text, true};
     }
-    if (path == u"/healthz"_s)
-        return text(200, m_mirror.state().spinlane ? "ok\n" : "ok (Spinlane is not running)\n");
+    if (path == u"/healthz"_s) {
+        QByteArray health = m_mirror.state().spinlane ? "ok" : "ok (Spinlane is not running)";
+        if (m_publisher && !m_publisher->isDelivering())
+            health += " (the broker: "
+                      + (m_publisher->problem().isEmpty() ? QByteArray("not connected yet")
+                                                          : m_publisher->problem().toUtf8())
+                      + ')';
+        return text(200, health + '\n');
+    }
     if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
     for (const PageFile& file : kPageFiles) {

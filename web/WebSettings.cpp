@@ -26,7 +26,7 @@ const Number kNumbers[] = {
     {"MaxConnections", &WebSettings::maxConnections, 1, 100000},
     {"MaxLiveClients", &WebSettings::maxLiveClients, 0, 100000},
     {"MaxRequestBytes", &WebSettings::maxRequestBytes, 1024, 1 << 20},
-    {"MaxLiveBacklogBytes", &WebSettings::maxLiveBacklogBytes, 4096, 1 << 30},
+    {"LiveStallSeconds", &WebSettings::liveStallSeconds, 1, 3600},
     {"IdleSeconds", &WebSettings::idleSeconds, 1, 86400},
 };
 
@@ -105,7 +105,7 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     }
     ini.beginGroup(kSection);
     QStringList known{u"Mode"_s, u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s,
-                      u"HideUsers"_s};
+                      u"HideUsers"_s, u"AllowedHosts"_s};
     for (const Number& number : kNumbers)
         known.append(QLatin1StringView(number.key));
     for (const QString& key : ini.childKeys()) {
@@ -120,6 +120,12 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     if (ini.contains(u"Listen"_s)
         && !parseListen(textOf(ini.value(u"Listen"_s)), &settings.address, &settings.port))
         return fail(u"Listen"_s, u"not ADDRESS:PORT"_s);
+    for (const QString& host : textOf(ini.value(u"AllowedHosts"_s)).split(u',', Qt::SkipEmptyParts)) {
+        static const QRegularExpression name(u"^[A-Za-z0-9._-]+$"_s);
+        if (!name.match(host.trimmed()).hasMatch())
+            return fail(u"AllowedHosts"_s, u"needs host names without port, separated by commas"_s);
+        settings.allowedHosts.append(host.trimmed().toLower());
+    }
     for (const auto& [key, field] : {std::pair{u"HideSampleNames"_s, &WebSettings::hideSampleNames},
                                      std::pair{u"HideUsers"_s, &WebSettings::hideUsers}}) {
         if (!ini.contains(key))

@@ -4,6 +4,7 @@
 
 #include <QHostAddress>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -22,11 +23,14 @@ struct WebSettings {
     quint16 port = 8470;
     bool hideSampleNames = false;
     bool hideUsers = false; // other users' IDs; a user still finds their own items by exact ID
+    // Host names that requests may name besides the listen address, localhost and the machine's
+    // own names and addresses: a reverse proxy's, a DNS alias.
+    QStringList allowedHosts;
     // Limits, so that stuck or hostile clients cannot take the service down.
     int maxConnections = 512; // open connections of every kind
     int maxLiveClients = 256; // of them, live channels
     int maxRequestBytes = 8192; // a request's line and headers
-    int maxLiveBacklogBytes = 4 << 20; // unsent bytes of a live client before it is dropped
+    int liveStallSeconds = 10; // a live client that has not taken its message by then is dropped
     int idleSeconds = 30; // an HTTP connection without a request is closed after it
 };
 

@@ -47,6 +47,18 @@ QString shownAddress(const WebSettings& settings, quint16 port)
            + u':' + QString::number(port) + u'/';
 }
 
+// Said once at start: on every interface, anyone who reaches the port sees the queue.
+void warnIfOpen(const WebSettings& settings, quint16 port)
+{
+    const QHostAddress& address = settings.address;
+    if (address != QHostAddress::Any && address != QHostAddress::AnyIPv4
+        && address != QHostAddress::AnyIPv6)
+        return;
+    err() << "spinlane-web: listening on every network of this machine: anyone who reaches port "
+          << port << " sees the queue; --listen 127.0.0.1:" << port
+          << " (or Listen= with one address) narrows it" << Qt::endl;
+}
+
 int serveFacility(const WebSettings& settings, const QString& path)
 {
     if (!settings.broker.isSet()) {
@@ -61,6 +73,7 @@ int serveFacility(const WebSettings& settings, const QString& path)
               << settings.port << ": " << error << Qt::endl;
         return Usage;
     }
+    warnIfOpen(settings, server.port());
     err() << "spinlane-web: serving the facility of " << settings.broker.address() << " at "
           << shownAddress(settings, server.port()) << Qt::endl;
     ShutdownSignals signals;
@@ -121,6 +134,7 @@ int main(int argc, char* argv[])
               << settings->port << ": " << error << Qt::endl;
         return Usage;
     }
+    warnIfOpen(*settings, server.port());
     err() << "spinlane-web: serving " << settings->instrument << " at "
           << shownAddress(*settings, server.port()) << Qt::endl;
 

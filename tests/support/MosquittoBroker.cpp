@@ -57,7 +57,7 @@ bool MosquittoBroker::start(int timeoutMs)
 {
     const passwd* me = getpwuid(getuid());
     QByteArray config = "listener " + QByteArray::number(m_port) + " 127.0.0.1\n"
-                        "allow_anonymous false\n"
+                        + m_tls + "allow_anonymous false\n"
                         "persistence true\n"
                         "persistence_location " + m_dir.path().toUtf8() + "/\n"
                         "log_dest stdout\n"

@@ -21,6 +21,11 @@ public:
     // Before start(): a user with that password (through mosquitto_passwd), and the access list.
     bool addUser(const QString& name, const QString& password);
     void setAccessList(const QByteArray& text) { m_acl = text; }
+    // Before start(): TLS on its port with this certificate and key (PEM files).
+    void setTls(const QString& certFile, const QString& keyFile)
+    {
+        m_tls = "certfile " + certFile.toUtf8() + "\nkeyfile " + keyFile.toUtf8() + '\n';
+    }
 
     // Starts it and waits until it accepts connections; false (see log()) when it does not.
     bool start(int timeoutMs = 10000);
@@ -40,6 +45,7 @@ private:
     QProcess m_process;
     quint16 m_port = 0;
     QByteArray m_acl;
+    QByteArray m_tls;
     bool m_hasUsers = false;
 };
 
