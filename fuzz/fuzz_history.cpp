@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         const std::optional<RunRecord> again = parseRunRecord(line);
         check(again && *again == record);
         in.queue.push_back({qint32(in.queue.size() + 1), qint32(in.queue.size() % 3), record.title,
-                            record.outcome});
+                            record.outcome, record.solvent});
     }
     check(boundedRunHistory(records).size() <= records.size());
     const HistoryModel model(records, {});
