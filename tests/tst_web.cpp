@@ -5,6 +5,7 @@
 #include "support/RunningAdapter.h"
 #include "support/SettingsFiles.h"
 #include "support/SimulatedLab.h"
+#include "support/WebProcess.h"
 #include "web/WebSettings.h"
 
 #include <QJsonArray>
@@ -22,9 +23,6 @@
 #include <QWebSocket>
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <memory>
 
@@ -220,35 +218,6 @@ QByteArray rawExchange(quint16 port, const QByteArray& bytes)
     }
     return answer;
 }
-
-// A live client that sends its handshake and then never reads a byte: the smallest receive
-// buffer, so the server's unsent messages pile up on its side.
-class DeafClient {
-public:
-    explicit DeafClient(quint16 port)
-    {
-        m_fd = ::socket(AF_INET, SOCK_STREAM, 0);
-        const int size = 1024;
-        ::setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::connect(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-            return;
-        const QByteArray handshake = "GET /api/v1/live HTTP/1.1\r\nHost: 127.0.0.1\r\n"
-                                     "Upgrade: websocket\r\nConnection: Upgrade\r\n"
-                                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                                     "Sec-WebSocket-Version: 13\r\n\r\n";
-        connected = ::send(m_fd, handshake.constData(), size_t(handshake.size()), 0)
-                    == handshake.size();
-    }
-    ~DeafClient() { ::close(m_fd); }
-    bool connected = false;
-
-private:
-    int m_fd = -1;
-};
 
 } // namespace
 
@@ -593,8 +562,14 @@ private Q_SLOTS:
                 QVERIFY2(answer.startsWith(expected), answer.left(200).constData());
         }
 
-        DeafClient deaf(web.port);
-        QVERIFY(deaf.connected);
+        // A live client that sends its handshake and then never reads a byte: the smallest
+        // receive buffer, so the server's unsent messages pile up on its side.
+        RawClient deaf(web.port);
+        const QByteArray handshake = "GET /api/v1/live HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+                                     "Upgrade: websocket\r\nConnection: Upgrade\r\n"
+                                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
+                                     "Sec-WebSocket-Version: 13\r\n\r\n";
+        QVERIFY(deaf.isConnected() && deaf.send(handshake) == handshake.size());
         std::vector<std::unique_ptr<QTcpSocket>> idle;
         for (int i = 0; i < 1000; ++i) {
             idle.push_back(std::make_unique<QTcpSocket>());
