@@ -1,22 +1,21 @@
 #include "runner/RunHistory.h"
 
-#include "core/AtomicFile.h"
 #include "core/ProgramSettings.h"
 #include "core/Seams.h"
+#include "ledger/LedgerStore.h"
 #include "queue/QueueStore.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QStandardPaths>
+#include <QSysInfo>
 #include <QUrl>
 
 #include <cmath>
 #include <utility>
-
-#ifdef Q_OS_UNIX
-#include <unistd.h>
-#endif
 
 using namespace Qt::StringLiterals;
 
@@ -31,16 +30,16 @@ constexpr int kFields = 13;
 constexpr int kFirstFormatFields = 12;
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
 
-const char* const kModeNames[] = {"none", "experiments", "changer"};
-
 struct HistoryState {
-    QString path; // the file the records were read from
     bool read = false;
-    std::vector<RunRecord> records;
-    QHash<QString, int> perTitle; // records per title, to know when to rewrite the file
-    bool oversized = false; // the file holds more than is kept: rewrite it at the next record
+    QString iniPath; // the settings file the ledger belongs to
+    std::unique_ptr<LedgerStore> ledger;
+    QString ledgerPath;
+    QString problem; // why the ledger cannot be written, empty while it can
+    std::vector<LedgerRecord> unwritten; // records waiting for the ledger, oldest first
+    std::vector<RunRecord> records; // the forecast's, bounded
+    QHash<QString, int> perTitle; // records per title, to know when to bound them again
     quint64 generation = 0;
-    bool toldUnwritable = false;
     // The item in progress.
     QDateTime takenUp;
     RunRecord current;
@@ -86,69 +85,124 @@ void rebuildTitleCounts(HistoryState& s)
         ++s.perTitle[record.title];
 }
 
-void ensureRead()
+// Once a title, or the whole history, holds a good many records more than the forecast learns
+// from, only the newest are kept in memory.
+void bound(HistoryState& s, const QString& title)
 {
-    HistoryState& s = state();
-    const QString path = runHistoryPath();
-    if (s.read && s.path == path)
-        return;
-    s.path = path;
-    s.read = true;
-    s.records = readRunHistory(path, &s.oversized);
-    rebuildTitleCounts(s);
-    ++s.generation;
-}
-
-void tellUnwritable(HistoryState& s, const QString& reason)
-{
-    if (std::exchange(s.toldUnwritable, true))
-        return;
-    qWarning("Spinlane: the run history %s cannot be written (%s); the run goes on without it",
-             qPrintable(QDir::toNativeSeparators(s.path)), qPrintable(reason));
-}
-
-// Appends one line and hands it to the disk before the run goes on.
-void append(HistoryState& s, const QByteArray& line)
-{
-    if (s.path.isEmpty())
-        return;
-    // Opening a FIFO to write would wait for a reader; a device or folder is no history either.
-    if (const QFileInfo info(s.path); info.exists() && !info.isFile()) {
-        tellUnwritable(s, u"not a regular file"_s);
-        return;
-    }
-    QFile file(s.path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Append)) {
-        tellUnwritable(s, file.errorString());
-        return;
-    }
-    if (file.write(line) != line.size() || !file.flush()) {
-        tellUnwritable(s, file.errorString());
-        return;
-    }
-#ifdef Q_OS_UNIX
-    ::fsync(file.handle());
-#endif
-}
-
-// Keeps the file bounded: once a title, or the whole history, holds a good many records more than
-// it keeps, or the file held more than was read, it is rewritten with the newest records.
-void trim(HistoryState& s, const QString& title)
-{
-    if (s.path.isEmpty() || !QFileInfo(s.path).isFile())
-        return;
-    if (!std::exchange(s.oversized, false)
-        && s.perTitle.value(title) <= kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4
+    if (s.perTitle.value(title) <= kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4
         && s.records.size() <= std::size_t(kHistoryRecords + kHistoryRecords / 4))
         return;
     s.records = boundedRunHistory(s.records);
     rebuildTitleCounts(s);
-    QByteArray content;
-    for (const RunRecord& record : s.records)
-        content += formatRunRecord(record) + '\n';
+}
+
+void tellProblem(HistoryState& s, const QString& reason)
+{
+    if (!s.problem.isEmpty())
+        return;
+    s.problem = reason;
+    qWarning("Spinlane: the ledger %s cannot be written (%s); the run goes on, and its records "
+             "are written as soon as it can be",
+             qPrintable(QDir::toNativeSeparators(s.ledgerPath.isEmpty() ? ledgerPath()
+                                                                        : s.ledgerPath)),
+             qPrintable(reason));
+}
+
+// Opens the ledger beside the settings file, or else the user's own; says why neither opens.
+bool openLedger(HistoryState& s)
+{
+    if (s.ledger)
+        return true;
     QString reason;
-    if (!writeFileAtomically(s.path, content, &reason))
-        tellUnwritable(s, reason);
+    for (const QString& path : {ledgerPath(), userLedgerPath()}) {
+        if (path.isEmpty())
+            return false;
+        if (path == userLedgerPath()) // the settings file's folder is never made
+            QDir().mkpath(QFileInfo(path).path());
+        if ((s.ledger = LedgerStore::open(path, {}, &reason))) {
+            s.ledgerPath = path;
+            // Qt's database connections end before the application does.
+            static const bool closedAtExit = (qAddPostRoutine([] { state().ledger.reset(); }), true);
+            Q_UNUSED(closedAtExit);
+            return true;
+        }
+        if (path == ledgerPath())
+            s.ledgerPath = path; // the one named when neither opens
+    }
+    tellProblem(s, reason);
+    return false;
+}
+
+LedgerRecord importedRecord(const RunRecord& run)
+{
+    LedgerRecord record;
+    record.instrument = ledgerInstrument();
+    record.run = run;
+    return record;
+}
+
+// Brings the records of an earlier version's history file into the ledger, once.
+void importHistoryFile(HistoryState& s)
+{
+    const QString path = runHistoryPath();
+    if (!QFileInfo(path).isFile())
+        return;
+    std::vector<LedgerRecord> records;
+    for (const RunRecord& run : readRunHistory(path))
+        records.push_back(importedRecord(run));
+    QString reason;
+    if (!s.ledger->appendOnce(records, u"imported "_s + QFileInfo(path).fileName(), &reason)) {
+        tellProblem(s, reason);
+        return;
+    }
+    QFile::remove(path + u".imported"_s);
+    QFile::rename(path, path + u".imported"_s);
+}
+
+// Writes the records that wait for the ledger; they wait on when it cannot be written.
+void writeUnwritten(HistoryState& s)
+{
+    if (s.unwritten.empty() || !openLedger(s))
+        return;
+    QString reason;
+    if (!s.ledger->append(s.unwritten, &reason)) {
+        tellProblem(s, reason);
+        // A ledger that failed is opened anew next time: its file may have been replaced.
+        s.ledger.reset();
+        return;
+    }
+    s.unwritten.clear();
+    if (!std::exchange(s.problem, QString()).isEmpty())
+        qWarning("Spinlane: the ledger %s is written again",
+                 qPrintable(QDir::toNativeSeparators(s.ledgerPath)));
+}
+
+void ensureRead()
+{
+    HistoryState& s = state();
+    if (s.read && s.iniPath == gIniPath)
+        return;
+    // The item in progress and the records still to be written stay.
+    HistoryState fresh;
+    fresh.generation = s.generation + 1;
+    fresh.takenUp = s.takenUp;
+    fresh.current = s.current;
+    fresh.unwritten = std::move(s.unwritten);
+    s = std::move(fresh);
+    s.read = true;
+    s.iniPath = gIniPath;
+    if (openLedger(s)) {
+        importHistoryFile(s);
+        QString reason;
+        if (const auto newest = s.ledger->newest(kHistoryRecords, &reason)) {
+            for (const LedgerRecord& record : *newest)
+                s.records.push_back(record.run);
+            s.records = boundedRunHistory(s.records);
+        }
+    } else {
+        s.records = boundedRunHistory(readRunHistory(runHistoryPath()));
+    }
+    rebuildTitleCounts(s);
 }
 
 RunRecord& current() { return state().current; }
@@ -162,21 +216,13 @@ RunMode runModeNow()
     return gSampleControl == 2 && !gExpQueueOnly ? RunMode::Changer : RunMode::Experiments;
 }
 
-bool RunRecord::operator==(const RunRecord& o) const
-{
-    return takenUp == o.takenUp && ended == o.ended && outcome == o.outcome && mode == o.mode
-           && loaded == o.loaded && ejected == o.ejected && loadSeconds == o.loadSeconds
-           && spinSeconds == o.spinSeconds && ejectSeconds == o.ejectSeconds
-           && experimentSeconds == o.experimentSeconds && title == o.title && solvent == o.solvent;
-}
-
 QByteArray formatRunRecord(const RunRecord& r)
 {
     const QList<QByteArray> fields{kMark,
                                    r.takenUp.toUTC().toString(Qt::ISODateWithMs).toLatin1(),
                                    r.ended.toUTC().toString(Qt::ISODateWithMs).toLatin1(),
                                    r.outcome.toUtf8().toPercentEncoding(),
-                                   kModeNames[int(r.mode)],
+                                   runModeName(r.mode),
                                    r.loaded ? "1" : "0",
                                    r.ejected ? "1" : "0",
                                    formatSeconds(r.loadSeconds),
@@ -199,17 +245,17 @@ std::optional<RunRecord> parseRunRecord(QByteArrayView line)
     r.takenUp = parseTime(f[1]);
     r.ended = parseTime(f[2]);
     r.outcome = QString::fromUtf8(QByteArray::fromPercentEncoding(f[3]));
-    const auto mode = std::find(std::begin(kModeNames), std::end(kModeNames), f[4]);
+    const std::optional<RunMode> mode = runModeFromName(f[4]);
     const std::optional<bool> loaded = parseFlag(f[5]);
     const std::optional<bool> ejected = parseFlag(f[6]);
     const std::optional<double> seconds[] = {parseSeconds(f[7]), parseSeconds(f[8]),
                                              parseSeconds(f[9]), parseSeconds(f[10])};
-    if (!r.takenUp.isValid() || !r.ended.isValid() || mode == std::end(kModeNames) || !loaded
+    if (!r.takenUp.isValid() || !r.ended.isValid() || !mode || !loaded
         || !ejected || !seconds[0] || !seconds[1] || !seconds[2] || !seconds[3])
         return std::nullopt;
-    if (r.outcome != u"Done"_s && r.outcome != u"Failed"_s && r.outcome != u"Stopped"_s)
+    if (!isRunOutcome(r.outcome))
         return std::nullopt;
-    r.mode = RunMode(mode - std::begin(kModeNames));
+    r.mode = *mode;
     r.loaded = *loaded;
     r.ejected = *ejected;
     r.loadSeconds = *seconds[0];
@@ -272,11 +318,9 @@ std::vector<RunRecord> readRunHistory(const QString& path, bool* oversized)
     QByteArray content = file.read(kHistoryBytesRead);
     if (cut) // the first line read is most likely a part of one
         content.remove(0, content.indexOf('\n') + 1);
-    std::vector<RunRecord> records = parseRunHistory(content);
-    std::vector<RunRecord> bounded = boundedRunHistory(records);
     if (oversized)
-        *oversized = cut || bounded.size() < records.size();
-    return bounded;
+        *oversized = cut;
+    return parseRunHistory(content);
 }
 
 QString runHistoryPath()
@@ -285,6 +329,33 @@ QString runHistoryPath()
         return {};
     return QFileInfo(gIniPath).dir().filePath(u"Spinlane.history"_s);
 }
+
+QString ledgerPath()
+{
+    if (gIniPath.isEmpty())
+        return {};
+    return QFileInfo(gIniPath).dir().filePath(u"Spinlane.ledger"_s);
+}
+
+QString userLedgerPath()
+{
+    if (gIniPath.isEmpty())
+        return {};
+    const QString name = QString::fromLatin1(
+        QUrl::toPercentEncoding(QFileInfo(gIniPath).absoluteFilePath()));
+    return QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation) + u"/ledger/"_s
+           + name + u".ledger"_s;
+}
+
+QString ledgerInUse()
+{
+    ensureRead();
+    return state().ledger ? state().ledgerPath : QString();
+}
+
+QString ledgerProblem() { return state().problem; }
+
+QString ledgerInstrument() { return QSysInfo::machineHostName(); }
 
 const std::vector<RunRecord>& runHistory()
 {
@@ -296,13 +367,6 @@ quint64 runHistoryGeneration()
 {
     ensureRead();
     return state().generation;
-}
-
-double secondsBetween(const QDateTime& from, const QDateTime& to)
-{
-    if (!from.isValid() || !to.isValid())
-        return 0;
-    return std::max<qint64>(from.msecsTo(to), 0) / 1000.0;
 }
 
 void BeginRunRecord()
@@ -317,19 +381,31 @@ void RecordRunHistory(qint32 queueNum, const QString& outcome)
 {
     ensureRead();
     HistoryState& s = state();
-    RunRecord record = std::exchange(s.current, RunRecord());
+    LedgerRecord record;
+    RunRecord& run = record.run;
+    run = std::exchange(s.current, RunRecord());
     const QDateTime now = seams().clock->now();
-    record.takenUp = s.takenUp.toUTC();
+    run.takenUp = s.takenUp.toUTC();
     // A clock set back during the item never makes it end before it began.
-    record.ended = std::max(now, s.takenUp).toUTC();
-    record.outcome = outcome;
-    record.title = gExpTitles.value(gQueue(queueNum).ExpTitleIndex);
-    record.solvent = gQueue(queueNum).Solvent;
-    s.records.push_back(record);
-    ++s.perTitle[record.title];
+    run.ended = std::max(now, s.takenUp).toUTC();
+    run.outcome = outcome;
+    run.title = gExpTitles.value(gQueue(queueNum).ExpTitleIndex);
+    run.solvent = gQueue(queueNum).Solvent;
+    const QueueItem& item = gQueue(queueNum);
+    record.instrument = ledgerInstrument();
+    record.itemSerial = item.ItemSN;
+    record.queueNumber = queueNum;
+    record.user = item.UserID;
+    record.organization = item.Organization;
+    record.sampleName = item.SampleName;
+    record.samplePosition = item.SampleNum;
+    record.dataFile = item.OutputFilePath;
+    s.records.push_back(run);
+    ++s.perTitle[run.title];
     ++s.generation;
-    append(s, formatRunRecord(record) + '\n');
-    trim(s, record.title);
+    s.unwritten.push_back(record);
+    writeUnwritten(s);
+    bound(s, run.title);
 }
 
 TimedPart::TimedPart(RunPart part)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ledger/LedgerRecord.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QString>
@@ -7,71 +9,62 @@
 #include <optional>
 #include <vector>
 
-// The history of runs: one record for every item the run loop took up and finished, kept in
-// `Spinlane.history` beside the settings file, one line per record, appended and flushed as the
-// outcome is recorded. The forecast learns from it how long this lab's items really take. A line
-// that cannot be read is skipped; a file that cannot be written is said once on standard error
-// and never stops a run.
+// The history of runs: the ledger's newest records, from which the forecast learns how long this
+// lab's items really take. The ledger, `Spinlane.ledger` beside the settings file (or in the
+// user's own data folder when that folder cannot be written), gets a record for every item the
+// run loop took up and finished, at the moment its outcome is recorded, synced to the disk before
+// the run goes on. A ledger that cannot be written is said once on standard error and never stops
+// a run; its records are kept and written as soon as it can be. The history file of earlier
+// versions, `Spinlane.history`, is imported into the ledger once.
 namespace spinlane {
-
-// How the run handles samples: not at all, experiments only, or with the sample changer.
-enum class RunMode : quint8 { None, Experiments, Changer };
 
 // The mode the run loop uses with the present preferences.
 RunMode runModeNow();
 
-struct RunRecord {
-    QDateTime takenUp; // when the item went "In progress" (UTC)
-    QDateTime ended; // when its outcome was recorded (UTC)
-    QString outcome; // "Done", "Failed" or "Stopped"
-    RunMode mode = RunMode::None;
-    bool loaded = false;
-    bool ejected = false;
-    // Seconds each part took, its fixed waits included. Handling is load + spin + eject.
-    double loadSeconds = 0;
-    double spinSeconds = 0;
-    double ejectSeconds = 0;
-    double experimentSeconds = 0;
-    QString title;
-    QString solvent; // empty in the records of the first format, which did not keep it
-
-    double handlingSeconds() const { return loadSeconds + spinSeconds + ejectSeconds; }
-    bool operator==(const RunRecord& o) const;
-};
-
-// One line of the file, without its line break, and back. A line of another shape, a time that
+// One line of a history file, without its line break, and back. A line of another shape, a time that
 // is not one, a duration that is negative or beyond a week is nothing. A line of the first
 // format, which ended with the title, is read with no solvent.
 QByteArray formatRunRecord(const RunRecord& record);
 std::optional<RunRecord> parseRunRecord(QByteArrayView line);
-// Every readable record of a file's content, in file order.
+// Every readable record of a history file's content, in file order.
 std::vector<RunRecord> parseRunHistory(const QByteArray& content);
 
-// A title keeps at most this many records, and the history this many in all; older ones go when
-// the file is next rewritten.
+// The forecast learns from at most this many records of a title, and this many in all.
 inline constexpr int kHistoryRecordsPerTitle = 300;
 inline constexpr int kHistoryRecords = 20000;
-// Only the newest this many bytes of the file are read: more than kHistoryRecords lines of the
-// usual length, so that a file grown by other means costs no more than the largest kept one.
+// Only the newest this many bytes of a history file are read: more than kHistoryRecords lines of
+// the usual length, so that a file grown by other means costs no more than the largest kept one.
 inline constexpr qint64 kHistoryBytesRead = 4 * 1024 * 1024;
 // The newest kHistoryRecordsPerTitle records of each title, of them the newest kHistoryRecords,
 // in their order.
 std::vector<RunRecord> boundedRunHistory(const std::vector<RunRecord>& records);
-// The records of the newest kHistoryBytesRead bytes of a regular file, bounded; nothing when
+// The records of the newest kHistoryBytesRead bytes of a regular history file; nothing when
 // `path` names no regular file (a FIFO, a device or a folder is never opened). `oversized` tells
-// whether the file held more than was kept.
+// whether the file held more than was read.
 std::vector<RunRecord> readRunHistory(const QString& path, bool* oversized = nullptr);
 
-// The history file of the settings file in use: `Spinlane.history` in its folder; none (empty)
-// while no settings file is named.
+// The history file of earlier versions beside the settings file in use: `Spinlane.history` in
+// its folder; none (empty) while no settings file is named. It is renamed to
+// `Spinlane.history.imported` once the ledger holds its records.
 QString runHistoryPath();
-// The records of runHistoryPath(), read once and then kept up to date by RecordRunHistory.
+// The ledger of the settings file in use, `Spinlane.ledger` in its folder, and where it is kept
+// when that folder cannot be written; none (empty) while no settings file is named.
+QString ledgerPath();
+QString userLedgerPath();
+// The ledger in use (one of the two above), empty while none could be opened.
+QString ledgerInUse();
+// Why the ledger cannot be written now, empty while it can.
+QString ledgerProblem();
+// The instrument the ledger's records name: this computer's host name.
+QString ledgerInstrument();
+// The newest records of the ledger (or, when none can be opened, of the history file), read once
+// and then kept up to date by RecordRunHistory.
 const std::vector<RunRecord>& runHistory();
 // Grows with every record added or file re-read, so a reader can tell that it changed.
 quint64 runHistoryGeneration();
 
 // The run loop's hooks. BeginRunRecord when an item goes "In progress"; the steps add the time
-// each part takes (TimedPart); RecordRunHistory when the outcome is set appends the record.
+// each part takes (TimedPart); RecordRunHistory when the outcome is set writes the ledger record.
 void BeginRunRecord();
 void RecordRunHistory(qint32 queueNum, const QString& outcome);
 
@@ -93,10 +86,8 @@ private:
 // The moment the item being run was taken up; invalid before the first.
 QDateTime currentItemTakenUp();
 
-// Seconds from `from` to `to`, never negative.
-double secondsBetween(const QDateTime& from, const QDateTime& to);
-
-// Forgets the records read and the item in progress; the file is read again when needed.
+// Closes the ledger and forgets the records read and the item in progress; the ledger is opened
+// again when needed.
 void resetRunHistory();
 
 } // namespace spinlane

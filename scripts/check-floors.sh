@@ -7,9 +7,9 @@ set -euo pipefail
 cd "${1:-$(dirname "$0")/..}"
 
 # The floors, ground first. Each folder's library links only floors below it.
-floors=(core queue runner settings status ui app)
+floors=(core ledger queue runner settings status ui app)
 # Programs beside the floors: folder and the highest floor it stands on.
-programs=(adapter:runner sim:runner tools/spinlane-ini:queue tools/spinlane-status:status
+programs=(adapter:runner sim:runner tools/spinlane-ini:queue tools/spinlane-ledger:ledger tools/spinlane-status:status
           tools/spinlane-screenshots:app facility:core web:status)
 
 level() {

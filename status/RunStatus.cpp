@@ -4,6 +4,7 @@
 #include "core/Seams.h"
 #include "queue/QueueStore.h"
 #include "runner/RunControls.h"
+#include "runner/RunHistory.h"
 
 #include <algorithm>
 #include <cmath>
@@ -62,7 +63,7 @@ RunStatus::RunStatus(QObject* parent)
     connect(&gRunControls, &RunControls::changed, this, &RunStatus::runControlsChanged);
     m_queueChanged.setSingleShot(true);
     m_queueChanged.setInterval(0);
-    connect(&m_queueChanged, &QTimer::timeout, this, &RunStatus::queueChanged);
+    connect(&m_queueChanged, &QTimer::timeout, this, &RunStatus::sendQueueChanged);
     listReshaped();
 }
 
@@ -72,6 +73,17 @@ void RunStatus::noteQueueChanged()
 {
     if (!m_queueChanged.isActive())
         m_queueChanged.start();
+}
+
+// An outcome changes the queue and then writes the ledger; by the time the change is sent, the
+// ledger was written or failed.
+void RunStatus::sendQueueChanged()
+{
+    if (const QString problem = spinlane::ledgerProblem(); problem != m_ledgerProblem) {
+        m_ledgerProblem = problem;
+        Q_EMIT propertiesChanged({u"LedgerProblem"_s});
+    }
+    Q_EMIT queueChanged();
 }
 
 std::vector<QStringList> RunStatus::rows() const

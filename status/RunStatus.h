@@ -50,12 +50,15 @@ public:
     QList<std::pair<QString, int>> statusCounts() const;
     // The expected start and end of every item the next run takes up, computed when asked.
     Forecast forecast() const;
+    // Why the ledger cannot be written, empty while it can.
+    QString ledgerProblem() const { return m_ledgerProblem; }
 
 Q_SIGNALS:
     void itemStatusChanged(qint32 queueNumber, const QString& sampleName, const QString& user,
                            const QString& status);
     void runStateChanged(const QString& runState);
-    // Some of "RunState", "CurrentQueueNumber", "ItemCount" and "CurrentItem" changed; sent
+    // Some of "RunState", "CurrentQueueNumber", "ItemCount", "CurrentItem" and "LedgerProblem"
+    // changed; sent
     // after the signals above that the same change caused.
     void propertiesChanged(const QStringList& names);
     // The queue list changed in any way, or a run started or ended: once for the changes that
@@ -68,6 +71,7 @@ private:
     void runControlsChanged();
     void refreshCurrent(QStringList& changed);
     void noteQueueChanged();
+    void sendQueueChanged();
 
     std::vector<QStringList> m_rows; // each list row as last seen: number and sub-items
     QString m_runState;
@@ -76,6 +80,7 @@ private:
     qint32 m_startedNumber = 0; // the item that last went "In progress", and when
     QDateTime m_startedAt;
     QTimer m_queueChanged;
+    QString m_ledgerProblem;
 };
 
 } // namespace spinlane

@@ -28,6 +28,7 @@ StatusAdaptor::StatusAdaptor(QObject* object, const RunStatus& status, const QDB
 QString StatusAdaptor::runState() const { return m_status.runState(); }
 int StatusAdaptor::currentQueueNumber() const { return m_status.currentQueueNumber(); }
 int StatusAdaptor::itemCount() const { return m_status.itemCount(); }
+QString StatusAdaptor::ledgerProblem() const { return m_status.ledgerProblem(); }
 
 QVariantMap StatusAdaptor::currentItem() const
 {

@@ -33,6 +33,7 @@ class StatusAdaptor : public QDBusAbstractAdaptor {
     Q_PROPERTY(int CurrentQueueNumber READ currentQueueNumber)
     Q_PROPERTY(int ItemCount READ itemCount)
     Q_PROPERTY(QVariantMap CurrentItem READ currentItem)
+    Q_PROPERTY(QString LedgerProblem READ ledgerProblem)
 public:
     // `object` is the one served at the status path of `bus`.
     StatusAdaptor(QObject* object, const RunStatus& status, const QDBusConnection& bus);
@@ -41,6 +42,7 @@ public:
     int currentQueueNumber() const;
     int itemCount() const;
     QVariantMap currentItem() const;
+    QString ledgerProblem() const;
 
 public Q_SLOTS:
     // Every item's columns as the list shows them, in queue order (output arguments, so that

@@ -2,6 +2,7 @@
 // laboratory.
 
 #include "core/ProgramSettings.h"
+#include "ledger/LedgerStore.h"
 #include "queue/QueueStore.h"
 #include "runner/Forecast.h"
 #include "runner/ProgramLinks.h"
@@ -14,6 +15,7 @@
 #include "support/ScriptedSeams.h"
 #include "support/SettingsFiles.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -30,6 +32,15 @@ using namespace spinlane::testing;
 namespace {
 
 const QDateTime kStart(QDate(2026, 11, 22), QTime(9, 0));
+
+std::vector<LedgerRecord> ledgerRecords(const QString& path)
+{
+    QString error;
+    const std::unique_ptr<LedgerStore> ledger = LedgerStore::open(path, {}, &error);
+    if (!ledger)
+        qFatal("cannot open the ledger %s: %s", qPrintable(path), qPrintable(error));
+    return ledger->newest(1000000, &error).value_or(std::vector<LedgerRecord>());
+}
 
 RunRecord record(const QString& title, double experiment, const QString& outcome = u"Done"_s,
                  bool loaded = true)
@@ -130,6 +141,7 @@ private Q_SLOTS:
         resetRunState();
         resetRunHistory();
         gIniPath = m_dir->filePath(u"Spinlane.INI"_s);
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_dir->filePath(u"data"_s)));
         gExpTitles = m_lab->expedra->titles;
         gSolvents = m_lab->expedra->solvents;
     }
@@ -214,29 +226,29 @@ private Q_SLOTS:
         QCOMPARE(bounded.back().experimentSeconds, double(kHistoryRecordsPerTitle + 19));
     }
 
-    // The real run loop records each item with its parts as they took, appended before the next
-    // item begins; a file that cannot be written is said once and the run goes on.
-    void runLoopRecordsHistory()
+    // The real run loop writes a ledger record for each item with its parts as they took, on the
+    // disk before the next item begins; the forecast learns from the same records.
+    void runLoopWritesTheLedger()
     {
         linkPrograms(2);
         addItem(5, 0, u"Idle"_s, u"CDCl3"_s);
         addItem(5, 1, u"Idle"_s, u"CDCl3"_s); // same position: neither ejected nor loaded again
         addItem(7, 2, u"Idle"_s, u"D2O"_s);
+        gQueue(3).SampleName = u"Ölprobe, \"rein\""_s;
         m_lab->expedra->failingExperiments = {2};
-        QStringList seenDuringItem3;
+        std::optional<std::size_t> seenDuringItem3;
         connect(&gQueueList, &QAbstractItemModel::dataChanged, this, [&] {
-            if (gQueue(3).Status == u"In progress"_s && seenDuringItem3.isEmpty())
-                seenDuringItem3 =
-                    QString::fromUtf8(readFile(historyPath())).split(u'\n', Qt::SkipEmptyParts);
+            if (gQueue(3).Status == u"In progress"_s && !seenDuringItem3)
+                seenDuringItem3 = ledgerRecords(ledgerPath()).size();
         });
         RunQueue();
         disconnect(&gQueueList, nullptr, this, nullptr);
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Failed"_s}));
-        QCOMPARE(seenDuringItem3.size(), 2);
+        QCOMPARE(seenDuringItem3, std::optional<std::size_t>(2));
+        QCOMPARE(ledgerInUse(), ledgerPath());
 
-        const std::vector<RunRecord> records = parseRunHistory(readFile(historyPath()));
+        const std::vector<LedgerRecord> records = ledgerRecords(ledgerPath());
         QCOMPARE(records.size(), std::size_t(3));
-        QCOMPARE(runHistory(), records);
         const struct {
             QString title, outcome;
             bool loaded, ejected;
@@ -244,9 +256,19 @@ private Q_SLOTS:
                         {u"CARBON"_s, u"Done"_s, false, true},
                         {u"COSY"_s, u"Failed"_s, true, false}}; // a failed run leaves it in
         for (int i = 0; i < 3; ++i) {
-            const RunRecord& r = records[std::size_t(i)];
+            const LedgerRecord& l = records[std::size_t(i)];
+            const QueueItem& item = gQueue(i + 1);
+            QCOMPARE(l.instrument, ledgerInstrument());
+            QCOMPARE(l.number, qint64(i + 1));
+            QCOMPARE(l.queueNumber, i + 1);
+            QCOMPARE((QStringList{l.itemSerial, l.user, l.organization, l.sampleName, l.dataFile}),
+                     (QStringList{item.ItemSN, item.UserID, item.Organization, item.SampleName,
+                                  item.OutputFilePath}));
+            QCOMPARE(l.samplePosition, item.SampleNum);
+            QCOMPARE(runHistory()[std::size_t(i)], l.run);
+            const RunRecord& r = l.run;
             QCOMPARE(r.title, expected[i].title);
-            QCOMPARE(r.solvent, gQueue(i + 1).Solvent);
+            QCOMPARE(r.solvent, item.Solvent);
             QCOMPARE(r.outcome, expected[i].outcome);
             QCOMPARE(r.mode, RunMode::Changer);
             QCOMPARE(r.loaded, expected[i].loaded);
@@ -261,66 +283,105 @@ private Q_SLOTS:
                 r.handlingSeconds() + r.experimentSeconds + (r.ejected ? kWaitBeforeEject : 0);
             QVERIFY(std::abs(secondsBetween(r.takenUp, r.ended) - parts) < 0.1);
             if (i > 0) // the next item is taken up when the last one's outcome is recorded
-                QCOMPARE(r.takenUp, records[std::size_t(i - 1)].ended);
+                QCOMPARE(r.takenUp, records[std::size_t(i - 1)].run.ended);
         }
 
-        // A settings file in a folder that is not there: the history cannot be written.
+        // The history of an earlier version was imported when the ledger opened: none here.
         resetRunHistory();
+        QCOMPARE(runHistory().size(), std::size_t(3)); // read back from the ledger
+    }
+
+    // A ledger that cannot be written anywhere is said once; the run goes on, the forecast keeps
+    // the records, and they are written once the ledger can be, in their order.
+    void unwritableLedgerCatchesUp()
+    {
         gIniPath = m_dir->filePath(u"gone/Spinlane.INI"_s);
-        resetQueueState();
+        writeFile(m_dir->filePath(u"data"_s), "a file where the user's data folder would be");
+        linkPrograms(2);
         for (qint32 sample : {5, 5, 7})
             addItem(sample, qint16(gQueueList.count()));
         QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(u"^Spinlane: the run history .*gone.Spinlane."
-                                                u"history cannot be written \\(.+\\); the run "
-                                                u"goes on without it$"_s));
-        QTest::failOnWarning(QRegularExpression(u"run history"_s));
+                             QRegularExpression(u"^Spinlane: the ledger .*gone.Spinlane.ledger "
+                                                u"cannot be written \\(.+\\); the run goes on, "
+                                                u"and its records are written as soon as it can "
+                                                u"be$"_s));
+        QTest::failOnWarning(QRegularExpression(u"cannot be written"_s));
         RunQueue();
-        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Failed"_s}));
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s, u"Done"_s}));
         QCOMPARE(runHistory().size(), std::size_t(3)); // kept for the forecast all the same
+        QVERIFY(!ledgerProblem().isEmpty());
+        QVERIFY(!QFileInfo::exists(m_dir->filePath(u"gone"_s))); // the settings folder is not made
+
+        QVERIFY(QDir(m_dir->path()).mkdir(u"gone"_s));
+        addItem(9, 0);
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"^Spinlane: the ledger .* is written again$"_s));
+        RunQueue();
+        QVERIFY(ledgerProblem().isEmpty());
+        const std::vector<LedgerRecord> records = ledgerRecords(ledgerPath());
+        QCOMPARE(records.size(), std::size_t(4));
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            QCOMPARE(records[i].number, qint64(i + 1));
+            QCOMPARE(records[i].queueNumber, qint32(i + 1));
+        }
     }
 
-    // The file stays bounded: past the limit it is rewritten with each title's newest records.
-    void historyFileIsBounded()
+    // A history file of an earlier version is imported once, all of it that the forecast learns
+    // from, and renamed; the forecast keeps each title's newest records only.
+    void historyFileImportedOnce()
     {
         QByteArray content = "foreign line\n";
-        for (int i = 0; i < kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4; ++i)
+        const int lines = kHistoryRecordsPerTitle + kHistoryRecordsPerTitle / 4;
+        for (int i = 0; i < lines; ++i)
             content += formatRunRecord(record(u"PROTON"_s, i)) + '\n';
         writeFile(historyPath(), content);
+        QCOMPARE(runHistory().size(), std::size_t(kHistoryRecordsPerTitle));
+        QCOMPARE(runHistory().back().experimentSeconds, double(lines - 1));
+        QVERIFY(!QFileInfo::exists(historyPath()));
+        QVERIFY(QFileInfo::exists(historyPath() + u".imported"_s));
+
+        // Put back (a restore from a backup, say), it is not imported again.
+        writeFile(historyPath(), content);
+        resetRunHistory();
         linkPrograms(2);
         addItem(5, 0);
         RunQueue();
-        const std::vector<RunRecord> records = parseRunHistory(readFile(historyPath()));
-        QCOMPARE(records.size(), std::size_t(kHistoryRecordsPerTitle));
-        QVERIFY(readFile(historyPath()).startsWith(formatRunRecord(records.front())));
-        QVERIFY(std::abs(records.back().experimentSeconds - 61) < 0.1);
+        const std::vector<LedgerRecord> records = ledgerRecords(ledgerPath());
+        QCOMPARE(records.size(), std::size_t(lines + 1));
+        QCOMPARE(records.front().run, record(u"PROTON"_s, 0));
+        QCOMPARE(records.front().instrument, ledgerInstrument());
+        QCOMPARE(records.back().number, qint64(lines + 1));
+        QCOMPARE(records.back().sampleName, u"Sample 1"_s);
+        // In memory a title is bounded again only once it is well past its bound.
+        QCOMPARE(runHistory().size(), std::size_t(kHistoryRecordsPerTitle + 1));
     }
 
-    // A history that is no regular file is neither read nor written: opening a FIFO would wait
-    // for its other end, and the forecast and the run would wait with it.
-    void historyThatIsNoFile()
+    // A history or a ledger that is no regular file is never opened: opening a FIFO would wait
+    // for its other end, and the forecast and the run would wait with it. The ledger then lives
+    // in the user's own data folder.
+    void historyAndLedgerThatAreNoFiles()
     {
 #ifdef Q_OS_UNIX
         QCOMPARE(::mkfifo(QFile::encodeName(historyPath()).constData(), 0600), 0);
+        QCOMPARE(::mkfifo(QFile::encodeName(ledgerPath()).constData(), 0600), 0);
         linkPrograms(2);
         addItem(5, 0);
         QVERIFY(runHistory().empty());
         QCOMPARE(forecastNow().items.size(), std::size_t(1));
-        QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(u"^Spinlane: the run history .* cannot be written "
-                                                u"\\(not a regular file\\); the run goes on "
-                                                u"without it$"_s));
         RunQueue();
         QCOMPARE(statuses(), QStringList{u"Done"_s});
-        QCOMPARE(runHistory().size(), std::size_t(1)); // kept for the forecast all the same
+        QCOMPARE(ledgerInUse(), userLedgerPath());
+        QVERIFY(userLedgerPath().startsWith(m_dir->filePath(u"data/"_s)));
+        QCOMPARE(ledgerRecords(userLedgerPath()).size(), std::size_t(1));
         QVERIFY(!QFileInfo(historyPath()).isFile());
+        QVERIFY(!QFileInfo(ledgerPath()).isFile());
 #else
         QSKIP("FIFOs are a Unix matter");
 #endif
     }
 
     // A history grown huge by other means (every line a title of its own) is read from its newest
-    // part only, bounded in all, and rewritten with what is kept at the next record.
+    // part only, and that imported; the forecast learns from the newest records only.
     void hugeHistoryReadFromItsNewestPart()
     {
         QByteArray content;
@@ -331,20 +392,20 @@ private Q_SLOTS:
         bool oversized = false;
         const std::vector<RunRecord> read = readRunHistory(historyPath(), &oversized);
         QVERIFY(oversized);
-        QCOMPARE(read.size(), std::size_t(kHistoryRecords));
-        QCOMPARE(read.front().title, u"T"_s + QString::number(titles - kHistoryRecords));
+        QVERIFY(read.size() > std::size_t(kHistoryRecords));
+        QVERIFY(read.size() < std::size_t(titles));
         QCOMPARE(read.back().title, u"T"_s + QString::number(titles - 1));
+        const int imported = int(read.size());
 
         linkPrograms(2);
         addItem(5, 0);
         RunQueue();
-        const std::vector<RunRecord> kept = parseRunHistory(readFile(historyPath()));
-        QCOMPARE(kept.size(), std::size_t(kHistoryRecords));
-        QCOMPARE(kept.front().title, u"T"_s + QString::number(titles - kHistoryRecords + 1));
-        QCOMPARE(kept.back().title, u"PROTON"_s);
-        bool stillOversized = true;
-        QCOMPARE(readRunHistory(historyPath(), &stillOversized).size(), kept.size());
-        QVERIFY(!stillOversized);
+        QCOMPARE(ledgerRecords(ledgerPath()).size(), std::size_t(imported + 1));
+        QCOMPARE(runHistory().size(), std::size_t(kHistoryRecords + 1));
+        resetRunHistory();
+        QCOMPARE(runHistory().size(), std::size_t(kHistoryRecords)); // the newest only
+        QCOMPARE(runHistory().front().title, u"T"_s + QString::number(titles - kHistoryRecords + 1));
+        QCOMPARE(runHistory().back().title, u"PROTON"_s);
     }
 
     void forecastFollowsTheRunLoop_data()

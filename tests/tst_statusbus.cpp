@@ -20,14 +20,19 @@
 #include "status/StatusBus.h"
 #include "support/ProgramFixture.h"
 #include "support/ScaledClock.h"
+#include "support/SettingsFiles.h"
 #include "support/SimulatedLab.h"
 
 #include <QDBusArgument>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
+#include <QDBusVariant>
+#include <QDir>
+#include <QScopeGuard>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QTemporaryDir>
 
 #include <cmath>
 #include <csignal>
@@ -367,6 +372,37 @@ private Q_SLOTS:
                                                   u"ItemStopped|003|Sample 3|ann|Stopped"_s,
                                                   u"QueueFinished|004|Sample 4|ann|Done"_s}));
         QDBusConnection::disconnectFromBus(u"client"_s);
+    }
+
+    // A ledger that cannot be written is on the status interface as soon as the outcome that
+    // could not be recorded is; the run goes on.
+    void ledgerProblemOnTheBus()
+    {
+        SimulatedLab lab("[Experiment 1]\r\nTitle=PROTON\r\nDuration=0.2\r\n");
+        QVERIFY(lab.isReady() && lab.startConsole());
+        LabRun run({});
+        // Folders where both ledgers would be.
+        QTemporaryDir dir;
+        gIniPath = dir.filePath(u"Spinlane.INI"_s);
+        QVERIFY(QDir().mkpath(ledgerPath()) && QDir().mkpath(userLedgerPath()));
+        const auto cleanUp = qScopeGuard([] { QDir(userLedgerPath()).removeRecursively(); });
+        resetRunHistory();
+        PublishOnBus(QDBusConnection::sessionBus());
+        run.connectAndQueue(1, 2);
+        const auto problemOnBus = [] {
+            QDBusMessage get = QDBusMessage::createMethodCall(
+                spinlaneBusName(), kStatusPath, u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
+            get << kStatusInterface << u"LedgerProblem"_s;
+            const QDBusMessage answer = connection(u"client"_s).call(get, QDBus::BlockWithGui, 5000);
+            return answer.arguments().value(0).value<QDBusVariant>().variant().toString();
+        };
+        QCOMPARE(problemOnBus(), QString());
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Spinlane: the ledger .* cannot be written"_s));
+        RunQueue();
+        QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s}));
+        QTRY_VERIFY(!problemOnBus().isEmpty());
+        QCOMPARE(problemOnBus(), u"not a regular file"_s);
+        resetRunHistory();
     }
 
     // The forecast as a client reads it before, during and after a run, and QueueChanged for every
