@@ -16,6 +16,8 @@ set(CPACK_DEBIAN_PACKAGE_SECTION science)
 set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
 set(CPACK_DEBIAN_SPINLANE_PACKAGE_NAME spinlane)
+# Qt loads its SQLite driver, which keeps the ledger, as a plugin: no library names it.
+set(CPACK_DEBIAN_SPINLANE_PACKAGE_DEPENDS "libqt6sql6-sqlite")
 set(CPACK_COMPONENT_SPINLANE_DESCRIPTION
   "runs an NMR spectrometer's sample queue unattended
 Spinlane keeps the queue of samples waiting at the spectrometer workstation and
@@ -28,7 +30,8 @@ console program must be running.
 Users log in and queue their samples in the window; the queue and all settings
 live in one file, Spinlane.INI, in the console's configuration folder. The
 package also holds spinlane-ini, with which administrators read and change that
-file from scripts.")
+file from scripts, and spinlane-ledger, which reports from the ledger of every
+item run who used the instrument and for how long.")
 
 set(CPACK_DEBIAN_LABSIM_PACKAGE_NAME spinlane-labsim)
 set(CPACK_DEBIAN_LABSIM_PACKAGE_DEPENDS "spinlane (= ${package_version}), dbus-daemon, dbus-bin")

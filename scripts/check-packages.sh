@@ -40,7 +40,7 @@ for command in "$bin"/*; do
   expect "$name --version" "$name $version" \
     "$(env -u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM "$command" --version)"
 done
-for name in spinlane spinlane-ini spinlane-adapter spinlane-web spinlane-simulated-lab; do
+for name in spinlane spinlane-ini spinlane-ledger spinlane-adapter spinlane-web spinlane-simulated-lab; do
   [[ -x "$bin/$name" ]] || fail "$name is not in the packages"
 done
 # The adapter's user unit starts the installed adapter; its example laboratory passes its check.
@@ -60,6 +60,10 @@ QT_QPA_PLATFORM=offscreen timeout 120 "$bin/spinlane-simulated-lab" --settings "
   "$build/tests/run_queue_on_lab" "$demo" >"$root/run.log" \
   || { cat "$root/run.log"; fail "the demo queue did not run to its end in the simulated lab"; }
 expect "items done in the demo run" 4 "$(grep -c $'\tDone\t' "$root/run.log")"
+# Every item of the run is in the ledger beside the settings file, as the packaged report reads it.
+expect "items done in the ledger's report" 4 \
+  "$("$bin/spinlane-ledger" report --database "${demo%/*}/Spinlane.ledger" --from 2000-01-01 \
+     --to 2999-12-31 --format csv | sed -n 's/^Total,[0-9]*,\([0-9]*\),.*/\1/p')"
 
 # spinlane-web from the package beside a published run of the demo queue: the page, the API that
 # follows the run to its end, and the metrics.

@@ -1,0 +1,143 @@
+// The ledger's costs, side by side in one run: the record written at an outcome with its sync,
+// records taken in as a facility receives them (one per transaction, and a hundred), and a
+// month's report over a year of 50 instruments. Prints medians.
+//   build/bench/bench_ledger [FOLDER]   (FOLDER: where the ledgers are made; a temporary one)
+
+#include "ledger/LedgerReport.h"
+#include "ledger/LedgerStore.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <random>
+
+using namespace Qt::StringLiterals;
+using namespace spinlane;
+
+namespace {
+
+const QDateTime kYear(QDate(2026, 1, 1), QTime(0, 0), Qt::UTC);
+
+LedgerRecord recordAt(std::mt19937& random, int instrument, qint64 minute)
+{
+    const QStringList organizations{u"Chemistry"_s, u"Biology"_s, u"Physics"_s, u"Pharmacy"_s,
+                                    u"Acme Analytics"_s, u"Materials"_s};
+    LedgerRecord r;
+    r.instrument = u"nmr"_s + QString::number(instrument);
+    r.itemSerial = QString::number(46348000 + minute);
+    r.queueNumber = int(minute % 999) + 1;
+    r.user = u"user"_s + QString::number(random() % 200);
+    r.organization = organizations[int(random() % organizations.size())];
+    r.sampleName = u"Sample "_s + QString::number(minute);
+    r.samplePosition = int(minute % 60) + 1;
+    r.dataFile = u"/korvo/Data/"_s + r.user + u"/sample.kvd"_s;
+    r.run.takenUp = kYear.addSecs(minute * 60);
+    r.run.ended = r.run.takenUp.addSecs(600 + random() % 3000);
+    r.run.outcome = random() % 20 ? u"Done"_s : u"Failed"_s;
+    r.run.mode = RunMode::Changer;
+    r.run.loaded = true;
+    r.run.loadSeconds = 20;
+    r.run.spinSeconds = 11;
+    r.run.experimentSeconds = secondsBetween(r.run.takenUp, r.run.ended) - 40;
+    r.run.title = u"PROTON"_s;
+    r.run.solvent = u"CDCl3"_s;
+    return r;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+std::unique_ptr<LedgerStore> openOrDie(const QString& path)
+{
+    QString error;
+    std::unique_ptr<LedgerStore> store = LedgerStore::open(path, {}, &error);
+    if (!store)
+        qFatal("%s: %s", qPrintable(path), qPrintable(error));
+    return store;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir temporary;
+    const QString folder = app.arguments().value(1, temporary.path());
+    std::mt19937 random(7);
+
+    // The record at an outcome, as the run loop writes it: one transaction, synced.
+    {
+        auto ledger = openOrDie(folder + u"/outcome.ledger"_s);
+        std::vector<double> ms;
+        for (int i = 0; i < 200; ++i) {
+            std::vector<LedgerRecord> one{recordAt(random, 1, i * 30)};
+            QElapsedTimer timer;
+            timer.start();
+            if (!ledger->append(one, nullptr))
+                qFatal("append failed");
+            ms.push_back(timer.nsecsElapsed() / 1e6);
+        }
+        std::printf("record at an outcome, synced: median %.2f ms (200 writes)\n", median(ms));
+    }
+
+    // Taken in as the facility receives them, each record sent twice.
+    for (const int batch : {1, 100}) {
+        auto ledger = openOrDie(folder + u"/ingest-"_s + QString::number(batch) + u".ledger"_s);
+        std::vector<LedgerRecord> records;
+        for (int i = 0; i < 2000; ++i) {
+            records.push_back(recordAt(random, i % 50, i * 10));
+            records.back().number = i + 1;
+        }
+        QElapsedTimer timer;
+        timer.start();
+        for (int pass = 0; pass < 2; ++pass) {
+            for (std::size_t i = 0; i < records.size(); i += std::size_t(batch)) {
+                const std::vector<LedgerRecord> part(records.begin() + qsizetype(i),
+                                                     records.begin() + qsizetype(i + std::size_t(batch)));
+                if (!ledger->insert(part, nullptr))
+                    qFatal("insert failed");
+            }
+        }
+        const double seconds = timer.nsecsElapsed() / 1e9;
+        std::printf("ingest, %3d per transaction: %.0f records/s (4000 sent, 2000 new)\n", batch,
+                    4000 / seconds);
+    }
+
+    // A year of 50 instruments, an item every 53 minutes on each: about 500,000 records.
+    {
+        const QString path = folder + u"/year.ledger"_s;
+        auto ledger = openOrDie(path);
+        QElapsedTimer timer;
+        timer.start();
+        for (int instrument = 0; instrument < 50; ++instrument) {
+            std::vector<LedgerRecord> records;
+            for (qint64 minute = instrument; minute < 365 * 24 * 60; minute += 53)
+                records.push_back(recordAt(random, instrument, minute));
+            if (!ledger->append(records, nullptr))
+                qFatal("append failed");
+        }
+        std::printf("a year of 50 instruments written in %.1f s\n", timer.nsecsElapsed() / 1e9);
+        std::vector<double> ms;
+        std::size_t items = 0;
+        for (int run = 0; run < 5; ++run) {
+            QElapsedTimer report;
+            report.start();
+            const QDateTime from(QDate(2026, 6, 1), QTime(0, 0), Qt::UTC);
+            const auto month = ledger->endedBetween(from, from.addMonths(1), nullptr);
+            const UsageReport usage = usageReport(*month, ReportBy::Organization);
+            (void)reportCsv(usage);
+            items = month->size();
+            ms.push_back(report.nsecsElapsed() / 1e6);
+        }
+        std::printf("a month's report by organization (%zu of the year's records): median %.0f ms\n",
+                    items, median(ms));
+    }
+    return 0;
+}
