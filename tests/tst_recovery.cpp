@@ -7,6 +7,7 @@
 #include "core/RuntimeError.h"
 #include "core/SingleInstance.h"
 #include "core/SystemSeams.h"
+#include "ledger/LedgerStore.h"
 #include "queue/QueueEditing.h"
 #include "queue/SettingsFile.h"
 #include "runner/DBusAutomation.h"
@@ -105,6 +106,20 @@ class TestRecovery : public ProgramTest {
 
     // The program in a child process on items SN1..SN3 (single-sample mode, a password set by
     // hand), once its run has reached the second item's experiment.
+    // The ledger beside the settings file: each record as "serial outcome", oldest first.
+    QStringList ledgerOutcomes()
+    {
+        QString error;
+        const auto ledger = LedgerStore::open(
+            QFileInfo(program().iniPath()).dir().filePath(u"Spinlane.ledger"_s), {}, &error);
+        if (!ledger)
+            return {error};
+        QStringList outcomes;
+        for (const LedgerRecord& record : ledger->newest(1000, &error).value_or(std::vector<LedgerRecord>()))
+            outcomes << record.itemSerial + u' ' + record.run.outcome;
+        return outcomes;
+    }
+
     bool startRunInChild(QProcess& child, SimulatedLab& lab)
     {
         if (!lab.isReady() || !lab.startConsole())
@@ -228,6 +243,8 @@ private Q_SLOTS:
         QVERIFY(startRunInChild(child, lab));
         ::kill(pid_t(child.processId()), SIGKILL);
         QVERIFY(child.waitForFinished(10000));
+        // The outcome recorded before the kill is in the ledger; the item it cut short is not.
+        QCOMPARE(ledgerOutcomes(), QStringList{u"SN1 Done"_s});
 
         const RealLabSeams real; // started again on the real clock and laboratory
         const QDateTime savedAt = QFileInfo(journal()).lastModified();
@@ -259,6 +276,7 @@ private Q_SLOTS:
                  (QStringList{u"SN1 Done"_s, u"SN3 Done"_s, u"SN2 Done"_s}));
         QCOMPARE(general(program().iniPath(), u"Password"_s), u"secret"_s);
         QVERIFY(!QFile::exists(journal()));
+        QCOMPARE(ledgerOutcomes(), (QStringList{u"SN1 Done"_s, u"SN3 Done"_s, u"SN2 Done"_s}));
     }
 
     void shutdownSignalSavesTheRun()
@@ -314,6 +332,7 @@ private Q_SLOTS:
         QCOMPARE(general(journal(), u"Current Queue Num"_s), u"2"_s);
         const QStringList logged = runLogLines(logPath).filter(u"\tann\t"_s);
         QCOMPARE(logged, QStringList{u"001\tSN1\t1\tSample 1\tCARBON\tann\t"_s + outcome + u"\tT"_s});
+        QCOMPARE(ledgerOutcomes(), QStringList{u"SN1 "_s + outcome});
 
         lab().log.failing.clear();
         lab().expedra->failingExperiments.clear();
@@ -325,6 +344,7 @@ private Q_SLOTS:
         click(program().form->cmdStartQueue);
         QCOMPARE(statuses(), (QStringList{outcome, u"Done"_s, u"Done"_s}));
         QCOMPARE(lab().log.calls.count(u"Expedra.RunExperiment()"_s), 2);
+        QCOMPARE(ledgerOutcomes(), (QStringList{u"SN1 "_s + outcome, u"SN2 Done"_s, u"SN3 Done"_s}));
         QVERIFY(!lab().log.calls.contains(u"Expedra.SetCurrentExperiment(1)"_s));
     }
 
