@@ -18,6 +18,8 @@ set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_SPINLANE_PACKAGE_NAME spinlane)
 # Qt loads its SQLite driver, which keeps the ledger, as a plugin: no library names it.
 set(CPACK_DEBIAN_SPINLANE_PACKAGE_DEPENDS "libqt6sql6-sqlite")
+# spinlane-ledger reads a facility's PostgreSQL ledger with Qt's PostgreSQL driver.
+set(CPACK_DEBIAN_SPINLANE_PACKAGE_SUGGESTS "libqt6sql6-psql")
 set(CPACK_COMPONENT_SPINLANE_DESCRIPTION
   "runs an NMR spectrometer's sample queue unattended
 Spinlane keeps the queue of samples waiting at the spectrometer workstation and

@@ -10,11 +10,13 @@ cd "$(dirname "$0")/.."
 bash scripts/install-packages.sh build-essential cmake qt6-base-dev xvfb xauth dbus \
   fonts-dejavu-core dpkg-dev file lintian clang libclang-rt-14-dev llvm ccache python3 \
   qt6-websockets-dev prometheus-cpp-dev chromium chromium-driver \
-  python3-selenium curl mosquitto libmosquitto-dev pkg-config libqt6sql6-sqlite || exit 1
+  python3-selenium curl mosquitto libmosquitto-dev pkg-config libqt6sql6-sqlite libqt6sql6-psql \
+  postgresql || exit 1
 
 jobs="$(nproc)"
-# Paths relative to the checkout, so that another clone of the project reuses the compiler cache.
-export CCACHE_BASEDIR="$PWD"
+# Paths relative to the checkout, and no folder in the hash, so that another clone of the project
+# reuses the compiler cache.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 common=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DSPINLANE_WERROR=ON -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 passed=()
 failed=()

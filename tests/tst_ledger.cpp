@@ -3,6 +3,7 @@
 
 #include "ledger/LedgerReport.h"
 #include "ledger/LedgerStore.h"
+#include "support/PostgresServer.h"
 #include "support/SettingsFiles.h"
 
 #include <QJsonArray>
@@ -94,6 +95,19 @@ QList<QStringList> csvRows(const QByteArray& csv)
         rows << cells;
     }
     return rows;
+}
+
+// Items around February 2026 in Berlin, of two organizations and two instruments.
+std::vector<LedgerRecord> monthOfItems()
+{
+    return {
+        // 23:30 on 31 January UTC is 00:30 on 1 February in Berlin: February's.
+        item(u"Chem"_s, u"ann"_s, utc(1, 31, 22, 30), 60),
+        item(u"Chem"_s, u"ann"_s, utc(2, 10, 8), 90),
+        item(u"Chem"_s, u"cy"_s, utc(2, 11, 8), 6, u"Failed"_s),
+        item(u"Acme, \"Ltd\""_s, u"eve"_s, utc(2, 12, 8), 3, u"Stopped"_s),
+        item(u"Acme, \"Ltd\""_s, u"eve"_s, utc(2, 28, 22, 30), 120, u"Done"_s, u"nmr600"_s),
+        item(u"Chem"_s, u"ann"_s, utc(1, 31, 22, 0), 29)}; // ended 23:29 in Berlin: January's
 }
 
 } // namespace
@@ -236,14 +250,7 @@ private Q_SLOTS:
     void monthlyReport()
     {
         auto ledger = open(u"month.ledger"_s);
-        std::vector<LedgerRecord> records{
-            // 23:30 on 31 January UTC is 00:30 on 1 February in Berlin: February's.
-            item(u"Chem"_s, u"ann"_s, utc(1, 31, 22, 30), 60),
-            item(u"Chem"_s, u"ann"_s, utc(2, 10, 8), 90),
-            item(u"Chem"_s, u"cy"_s, utc(2, 11, 8), 6, u"Failed"_s),
-            item(u"Acme, \"Ltd\""_s, u"eve"_s, utc(2, 12, 8), 3, u"Stopped"_s),
-            item(u"Acme, \"Ltd\""_s, u"eve"_s, utc(2, 28, 22, 30), 120, u"Done"_s, u"nmr600"_s),
-            item(u"Chem"_s, u"ann"_s, utc(1, 31, 22, 0), 29)}; // ended 23:29 in Berlin: January's
+        std::vector<LedgerRecord> records = monthOfItems();
         QVERIFY(ledger->append(records, nullptr));
         ledger.reset();
         writeFile(path(u"rates.ini"_s), "[Rates]\nPerHour=40\nMinimumCharge=5\n"
@@ -319,6 +326,49 @@ private Q_SLOTS:
         QCOMPARE(cell(u"taken_up"_s), u"2026-05-05T10:00:00.000Z"_s);
         QCOMPARE(cell(u"record"_s), u"1"_s);
         QCOMPARE(cell(u"outcome"_s), u"Done"_s);
+    }
+
+    // A facility's PostgreSQL ledger keeps records as the SQLite one does, once each, and the
+    // command reports the same figures from both.
+    void sameFiguresFromSQLiteAndPostgreSQL()
+    {
+        const PostgresServer server;
+        QVERIFY2(server.error().isEmpty(), qPrintable(server.error()));
+        QString error;
+        auto postgres = LedgerStore::open(server.url(), {}, &error);
+        QVERIFY2(postgres, qPrintable(error));
+        auto sqlite = open(u"same.ledger"_s);
+        std::vector<LedgerRecord> records = monthOfItems();
+        records[1].sampleName = u"Probe \"7\", Süd"_s;
+        QVERIFY(sqlite->append(records, nullptr));
+        QCOMPARE(postgres->insert(records, &error), std::optional<int>(int(records.size())));
+        QCOMPARE(postgres->insert(records, &error), std::optional<int>(0)); // sent again
+        QCOMPARE(*postgres->newest(100, nullptr), *sqlite->newest(100, nullptr));
+        postgres.reset();
+        // Opened again, the schema is there and current.
+        postgres = LedgerStore::open(server.url(), {}, &error);
+        QVERIFY2(postgres, qPrintable(error));
+        QCOMPARE(postgres->meta(u"schema"_s), QString::number(LedgerStore::schemaVersion()));
+        postgres.reset();
+        sqlite.reset();
+
+        writeFile(path(u"rates.ini"_s), "[Rates]\nPerHour=40\nMinimumCharge=5\n");
+        const QStringList period{u"--from"_s, u"2026-01-01"_s, u"--to"_s, u"2026-03-31"_s};
+        for (const QString& by : {u"organization"_s, u"user"_s, u"title"_s, u"instrument"_s}) {
+            const QStringList report = QStringList{u"report"_s, u"--by"_s, by, u"--rates"_s,
+                                                   path(u"rates.ini"_s), u"--format"_s, u"csv"_s}
+                                       + period;
+            const Ran fromSqlite =
+                ledgerCommand(report + QStringList{u"--database"_s, path(u"same.ledger"_s)});
+            const Ran fromPostgres = ledgerCommand(report + QStringList{u"--database"_s, server.url()});
+            QCOMPARE(fromSqlite.exitCode, 0);
+            QCOMPARE(fromPostgres.exitCode, 0);
+            QVERIFY(csvRows(fromSqlite.out).size() > 2);
+            QCOMPARE(fromPostgres.out, fromSqlite.out);
+        }
+        const QStringList exported = QStringList{u"export"_s} + period;
+        QCOMPARE(ledgerCommand(exported + QStringList{u"--database"_s, server.url()}).out,
+                 ledgerCommand(exported + QStringList{u"--database"_s, path(u"same.ledger"_s)}).out);
     }
 
     void commandLines_data()
