@@ -1,13 +1,18 @@
-// The ledger's costs, side by side in one run: the record written at an outcome with its sync,
-// records taken in as a facility receives them (one per transaction, and a hundred), and a
-// month's report over a year of 50 instruments. Prints medians.
+// The ledger's costs on SQLite and on PostgreSQL, side by side in one run: the record written at
+// an outcome with its sync, records taken in as a facility receives them (one per transaction,
+// and a hundred), the forecast's read and a month's report over a year of 50 instruments.
+// Prints medians.
 //   build/bench/bench_ledger [FOLDER]   (FOLDER: where the ledgers are made; a temporary one)
 
 #include "ledger/LedgerReport.h"
 #include "ledger/LedgerStore.h"
+#include "support/PostgresServer.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QUrl>
 #include <QTemporaryDir>
 
 #include <algorithm>
@@ -63,18 +68,19 @@ std::unique_ptr<LedgerStore> openOrDie(const QString& path)
     return store;
 }
 
-} // namespace
+// Where each part's ledger is made: an SQLite file in a folder, or a database of its own on a
+// PostgreSQL server.
+struct Store {
+    const char* name;
+    std::function<QString(const QString& part)> ledgerFor;
+};
 
-int main(int argc, char* argv[])
+void measure(const Store& store, std::mt19937& random)
 {
-    QCoreApplication app(argc, argv);
-    QTemporaryDir temporary;
-    const QString folder = app.arguments().value(1, temporary.path());
-    std::mt19937 random(7);
-
+    std::printf("== %s\n", store.name);
     // The record at an outcome, as the run loop writes it: one transaction, synced.
     {
-        auto ledger = openOrDie(folder + u"/outcome.ledger"_s);
+        auto ledger = openOrDie(store.ledgerFor(u"outcome"_s));
         std::vector<double> ms;
         for (int i = 0; i < 200; ++i) {
             std::vector<LedgerRecord> one{recordAt(random, 1, i * 30)};
@@ -89,7 +95,7 @@ int main(int argc, char* argv[])
 
     // Taken in as the facility receives them, each record sent twice.
     for (const int batch : {1, 100}) {
-        auto ledger = openOrDie(folder + u"/ingest-"_s + QString::number(batch) + u".ledger"_s);
+        auto ledger = openOrDie(store.ledgerFor(u"ingest"_s + QString::number(batch)));
         std::vector<LedgerRecord> records;
         for (int i = 0; i < 2000; ++i) {
             records.push_back(recordAt(random, i % 50, i * 10));
@@ -111,33 +117,71 @@ int main(int argc, char* argv[])
     }
 
     // A year of 50 instruments, an item every 53 minutes on each: about 500,000 records.
-    {
-        const QString path = folder + u"/year.ledger"_s;
-        auto ledger = openOrDie(path);
-        QElapsedTimer timer;
-        timer.start();
-        for (int instrument = 0; instrument < 50; ++instrument) {
-            std::vector<LedgerRecord> records;
-            for (qint64 minute = instrument; minute < 365 * 24 * 60; minute += 53)
-                records.push_back(recordAt(random, instrument, minute));
-            if (!ledger->append(records, nullptr))
-                qFatal("append failed");
-        }
-        std::printf("a year of 50 instruments written in %.1f s\n", timer.nsecsElapsed() / 1e9);
-        std::vector<double> ms;
-        std::size_t items = 0;
-        for (int run = 0; run < 5; ++run) {
-            QElapsedTimer report;
-            report.start();
-            const QDateTime from(QDate(2026, 6, 1), QTime(0, 0), Qt::UTC);
-            const auto month = ledger->endedBetween(from, from.addMonths(1), nullptr);
-            const UsageReport usage = usageReport(*month, ReportBy::Organization);
-            (void)reportCsv(usage);
-            items = month->size();
-            ms.push_back(report.nsecsElapsed() / 1e6);
-        }
-        std::printf("a month's report by organization (%zu of the year's records): median %.0f ms\n",
-                    items, median(ms));
+    auto ledger = openOrDie(store.ledgerFor(u"year"_s));
+    QElapsedTimer timer;
+    timer.start();
+    for (int instrument = 0; instrument < 50; ++instrument) {
+        std::vector<LedgerRecord> records;
+        for (qint64 minute = instrument; minute < 365 * 24 * 60; minute += 53)
+            records.push_back(recordAt(random, instrument, minute));
+        if (!ledger->append(records, nullptr))
+            qFatal("append failed");
     }
+    std::printf("a year of 50 instruments written in %.1f s\n", timer.nsecsElapsed() / 1e9);
+    // What the forecast reads once: the newest 20,000 records.
+    std::vector<double> newestMs;
+    for (int run = 0; run < 5; ++run) {
+        QElapsedTimer read;
+        read.start();
+        if (ledger->newest(20000, nullptr)->size() != 20000)
+            qFatal("newest failed");
+        newestMs.push_back(read.nsecsElapsed() / 1e6);
+    }
+    std::printf("the newest 20,000 records, as the forecast reads them: median %.0f ms\n",
+                median(newestMs));
+    std::vector<double> ms;
+    std::size_t items = 0;
+    for (int run = 0; run < 5; ++run) {
+        QElapsedTimer report;
+        report.start();
+        const QDateTime from(QDate(2026, 6, 1), QTime(0, 0), Qt::UTC);
+        const auto month = ledger->endedBetween(from, from.addMonths(1), nullptr);
+        const UsageReport usage = usageReport(*month, ReportBy::Organization);
+        (void)reportCsv(usage);
+        items = month->size();
+        ms.push_back(report.nsecsElapsed() / 1e6);
+    }
+    std::printf("a month's report by organization (%zu of the year's records): median %.0f ms\n",
+                items, median(ms));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir temporary;
+    const QString folder = app.arguments().value(1, temporary.path());
+    std::mt19937 random(7);
+    measure({"SQLite", [&](const QString& part) { return folder + u'/' + part + u".ledger"_s; }},
+            random);
+
+    const PostgresServer server;
+    if (!server.error().isEmpty())
+        qFatal("%s", qPrintable(server.error()));
+    QSqlDatabase admin = QSqlDatabase::addDatabase(u"QPSQL"_s, u"admin"_s);
+    const QUrl url(server.url());
+    admin.setHostName(url.host());
+    admin.setPort(url.port());
+    admin.setUserName(url.userName());
+    admin.setDatabaseName(u"postgres"_s);
+    if (!admin.open())
+        qFatal("cannot reach the PostgreSQL server");
+    measure({"PostgreSQL (a server of its own on loopback, fsync off)",
+             [&](const QString& part) {
+                 QSqlQuery(admin).exec(u"CREATE DATABASE "_s + part);
+                 return server.url(part);
+             }},
+            random);
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <QHash>
 #include <QStandardPaths>
 #include <QSysInfo>
+#include <QTimer>
 #include <QUrl>
 
 #include <cmath>
@@ -29,6 +30,7 @@ constexpr char kMark[] = "SLH1";
 constexpr int kFields = 13;
 constexpr int kFirstFormatFields = 12;
 constexpr double kLongestSeconds = 7 * 24 * 3600.0;
+constexpr int kLedgerRetryMs = 3000;
 
 struct HistoryState {
     bool read = false;
@@ -37,6 +39,7 @@ struct HistoryState {
     QString ledgerPath;
     QString problem; // why the ledger cannot be written, empty while it can
     std::vector<LedgerRecord> unwritten; // records waiting for the ledger, oldest first
+    bool retryScheduled = false;
     std::vector<RunRecord> records; // the forecast's, bounded
     QHash<QString, int> perTitle; // records per title, to know when to bound them again
     quint64 generation = 0;
@@ -159,16 +162,36 @@ void importHistoryFile(HistoryState& s)
     QFile::rename(path, path + u".imported"_s);
 }
 
+void writeUnwritten(HistoryState& s);
+
+// While records wait, the ledger is tried again every few seconds, not only at the next outcome:
+// a disk that was full may have room again long before the next item ends.
+void retryLater(HistoryState& s)
+{
+    if (s.retryScheduled || !QCoreApplication::instance())
+        return;
+    s.retryScheduled = true;
+    QTimer::singleShot(kLedgerRetryMs, QCoreApplication::instance(), [] {
+        state().retryScheduled = false;
+        writeUnwritten(state());
+    });
+}
+
 // Writes the records that wait for the ledger; they wait on when it cannot be written.
 void writeUnwritten(HistoryState& s)
 {
-    if (s.unwritten.empty() || !openLedger(s))
+    if (s.unwritten.empty())
         return;
+    if (!openLedger(s)) {
+        retryLater(s);
+        return;
+    }
     QString reason;
     if (!s.ledger->append(s.unwritten, &reason)) {
         tellProblem(s, reason);
         // A ledger that failed is opened anew next time: its file may have been replaced.
         s.ledger.reset();
+        retryLater(s);
         return;
     }
     s.unwritten.clear();
@@ -188,6 +211,7 @@ void ensureRead()
     fresh.takenUp = s.takenUp;
     fresh.current = s.current;
     fresh.unwritten = std::move(s.unwritten);
+    fresh.retryScheduled = s.retryScheduled;
     s = std::move(fresh);
     s.read = true;
     s.iniPath = gIniPath;

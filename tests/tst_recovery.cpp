@@ -520,13 +520,17 @@ private Q_SLOTS:
     }
 
     // A full disk mid-run: the journal says so once on standard error and the run goes on.
-    void journalOnAFullDiskKeepsTheRunGoing()
+    void journalAndLedgerOnAFullDiskKeepTheRunGoing()
     {
         START_PROGRAM(queueOf({u"Idle"_s, u"Idle"_s, u"Idle"_s}));
         QTest::ignoreMessage(QtWarningMsg,
                              QRegularExpression(u"^spinlane: the recovery journal .* cannot be "
                                                 u"written: File too large$"_s));
         QTest::failOnWarning(QRegularExpression(u"recovery journal"_s));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"^Spinlane: the ledger .* cannot be written .*; "
+                                                u"the run goes on"_s));
+        QTest::failOnWarning(QRegularExpression(u"ledger .* cannot be written"_s));
         {
             const FileSizeLimit diskFull(16);
             click(form->cmdStartQueue);
@@ -536,6 +540,10 @@ private Q_SLOTS:
         QVERIFY(gRecoveryJournal.flush()); // room again: the next write succeeds
         QCOMPARE(queueInFile(journal(), &QueueItem::Status),
                  (QStringList{u"SN1 Done"_s, u"SN2 Done"_s, u"SN3 Done"_s}));
+        // The ledger's records waited, and are written within seconds of there being room.
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Spinlane: the ledger .* is written again$"_s));
+        QTRY_COMPARE_WITH_TIMEOUT(ledgerOutcomes(), (QStringList{u"SN1 Done"_s, u"SN2 Done"_s, u"SN3 Done"_s}),
+                                  15000);
     }
 };
 
