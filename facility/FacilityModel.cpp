@@ -132,6 +132,8 @@ void FacilityModel::take(const QString& topic, const QByteArray& payload, bool r
         reject(PayloadFault::Foreign, topic, QStringLiteral("not an instrument's topic"));
         return;
     }
+    if (parts.kind == TopicParts::Ledger || parts.kind == TopicParts::LedgerReceived)
+        return; // the ledger's, which the collector takes
     const QString& name = parts.instrument;
     if (payload.isEmpty()) {
         // A retained message cleared on the broker: the instrument is being retired.

@@ -24,6 +24,12 @@ bool isValidInstrumentName(const QString& name)
 
 QString stateTopic(const QString& instrument) { return kRoot + instrument + QStringLiteral("/state"); }
 QString onlineTopic(const QString& instrument) { return kRoot + instrument + QStringLiteral("/online"); }
+QString ledgerTopic(const QString& instrument) { return kRoot + instrument + QStringLiteral("/ledger"); }
+QString ledgerReceivedTopic(const QString& instrument)
+{
+    return kRoot + instrument + QStringLiteral("/ledger-received");
+}
+QString allLedgersFilter() { return kRoot + QStringLiteral("+/ledger"); }
 QString allStatesFilter() { return kRoot + QStringLiteral("+/state"); }
 QString allOnlineFilter() { return kRoot + QStringLiteral("+/online"); }
 
@@ -39,6 +45,10 @@ TopicParts parseTopic(const QString& topic)
         parts.kind = TopicParts::State;
     else if (levels[1] == u"online")
         parts.kind = TopicParts::Online;
+    else if (levels[1] == u"ledger")
+        parts.kind = TopicParts::Ledger;
+    else if (levels[1] == u"ledger-received")
+        parts.kind = TopicParts::LedgerReceived;
     else
         return parts;
     parts.instrument = levels[0];

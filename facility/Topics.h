@@ -3,8 +3,10 @@
 #include <QString>
 
 // The topic tree every instrument publishes under: spinlane/v1/<instrument>/state (the retained
-// instrument JSON) and spinlane/v1/<instrument>/online (retained "online", or "offline" from the
-// instrument's last will).
+// instrument JSON), spinlane/v1/<instrument>/online (retained "online", or "offline" from the
+// instrument's last will) and spinlane/v1/<instrument>/ledger (its ledger records, one message
+// each). The facility answers on spinlane/v1/<instrument>/ledger-received (retained): the number
+// up to which it holds every one of the instrument's records.
 namespace spinlane::facility {
 
 inline constexpr char kOnlinePayload[] = "online";
@@ -16,12 +18,15 @@ bool isValidInstrumentName(const QString& name);
 
 QString stateTopic(const QString& instrument);
 QString onlineTopic(const QString& instrument);
+QString ledgerTopic(const QString& instrument);
+QString ledgerReceivedTopic(const QString& instrument);
 // What the facility subscribes to.
 QString allStatesFilter();
 QString allOnlineFilter();
+QString allLedgersFilter();
 
 struct TopicParts {
-    enum Kind { Other, State, Online } kind = Other;
+    enum Kind { Other, State, Online, Ledger, LedgerReceived } kind = Other;
     QString instrument;
 };
 // Which instrument and which of its topics; Other for anything else under the tree or a topic

@@ -42,7 +42,8 @@ const std::vector<QStringList>& migrations()
                eject_seconds DOUBLE PRECISION NOT NULL,
                experiment_seconds DOUBLE PRECISION NOT NULL,
                PRIMARY KEY (instrument, record)))"_s,
-         u"CREATE INDEX ledger_ended ON ledger (ended, record)"_s},
+         u"CREATE INDEX ledger_ended ON ledger (ended, record)"_s,
+         u"CREATE INDEX ledger_record ON ledger (record)"_s},
     };
     return steps;
 }
@@ -168,31 +169,41 @@ bool run(QSqlQuery& query, const QString& statement, QString* error)
     return fail(error, query.lastError().text());
 }
 
-// Rolls back a transaction that was not committed.
+// Rolls back a transaction that was not committed. SQLite's takes the write lock at once: a
+// transaction that reads before it writes could otherwise not write once another connection
+// (a report, spinlane-web) wrote in between, and would fail at once instead of waiting its turn.
 class Transaction {
 public:
     explicit Transaction(QSqlDatabase db)
         : m_db(std::move(db))
+        , m_sqlite(m_db.driverName() == u"QSQLITE"_s)
     {
     }
     ~Transaction()
     {
         if (m_open)
-            m_db.rollback();
+            statement(u"ROLLBACK"_s, nullptr);
     }
     bool begin(QString* error)
     {
-        m_open = m_db.transaction();
-        return m_open || fail(error, m_db.lastError().text());
+        m_open = statement(m_sqlite ? u"BEGIN IMMEDIATE"_s : u"BEGIN"_s, error);
+        return m_open;
     }
     bool commit(QString* error)
     {
         m_open = false;
-        return m_db.commit() || fail(error, m_db.lastError().text());
+        return statement(u"COMMIT"_s, error);
     }
 
 private:
+    bool statement(const QString& text, QString* error)
+    {
+        QSqlQuery query(m_db);
+        return run(query, text, error);
+    }
+
     QSqlDatabase m_db;
+    bool m_sqlite;
     bool m_open = false;
 };
 
@@ -316,20 +327,14 @@ bool LedgerStore::setMeta(const QString& key, const QString& value, QString* err
 bool LedgerStore::appendInTransaction(std::vector<LedgerRecord>& records, QString* error)
 {
     QSqlDatabase db = QSqlDatabase::database(m_connection);
-    QSqlQuery newest(db);
-    newest.prepare(u"SELECT COALESCE(MAX(record), 0) FROM ledger WHERE instrument = ?"_s);
+    // Numbered across the whole ledger, so that a workstation renamed since keeps one sequence.
+    QSqlQuery highest(db);
+    if (!run(highest, u"SELECT COALESCE(MAX(record), 0) FROM ledger"_s, error) || !highest.next())
+        return fail(error, highest.lastError().text());
+    qint64 number = highest.value(0).toLongLong();
     QSqlQuery insert(db);
     insert.prepare(u"INSERT INTO ledger (%1) VALUES (%2)"_s.arg(kColumns, placeholders()));
-    QString instrument;
-    qint64 number = -1;
     for (LedgerRecord& record : records) {
-        if (number < 0 || record.instrument != instrument) {
-            instrument = record.instrument;
-            newest.addBindValue(instrument);
-            if (!run(newest, error) || !newest.next())
-                return fail(error, newest.lastError().text());
-            number = newest.value(0).toLongLong();
-        }
         record.number = ++number;
         bind(insert, record);
         if (!run(insert, error))
@@ -392,6 +397,57 @@ std::optional<std::vector<LedgerRecord>> LedgerStore::newest(int count, QString*
         records.push_back(recordOf(query));
     std::reverse(records.begin(), records.end());
     return records;
+}
+
+std::optional<std::vector<LedgerRecord>> LedgerStore::after(qint64 number, int count,
+                                                            QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection));
+    query.setForwardOnly(true);
+    query.prepare(u"SELECT %1 FROM ledger WHERE record > ? ORDER BY record LIMIT ?"_s.arg(kColumns));
+    query.addBindValue(number);
+    query.addBindValue(count);
+    if (!run(query, error))
+        return std::nullopt;
+    std::vector<LedgerRecord> records;
+    while (query.next())
+        records.push_back(recordOf(query));
+    return records;
+}
+
+std::optional<qint64> LedgerStore::heldThrough(const QString& instrument, qint64 held,
+                                              QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection));
+    query.setForwardOnly(true);
+    query.prepare(u"SELECT record FROM ledger WHERE instrument = ? AND record > ? "
+                  "ORDER BY record LIMIT 1000"_s);
+    for (;;) {
+        query.addBindValue(instrument);
+        query.addBindValue(held);
+        if (!run(query, error))
+            return std::nullopt;
+        int rows = 0;
+        while (query.next()) {
+            ++rows;
+            if (query.value(0).toLongLong() != held + 1)
+                return held;
+            ++held;
+        }
+        if (rows < 1000)
+            return held;
+    }
+}
+
+QStringList LedgerStore::instruments()
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection));
+    QStringList names;
+    if (query.exec(u"SELECT DISTINCT instrument FROM ledger ORDER BY instrument"_s)) {
+        while (query.next())
+            names << query.value(0).toString();
+    }
+    return names;
 }
 
 std::optional<std::vector<LedgerRecord>> LedgerStore::endedBetween(const QDateTime& from,

@@ -28,7 +28,7 @@ public:
     static std::unique_ptr<LedgerStore> open(const QString& database, const QString& password,
                                              QString* error);
 
-    // Adds records of this workstation, numbered on from the instrument's newest, in one
+    // Adds records of this workstation, numbered on from the ledger's highest number, in one
     // transaction; on success each record carries its number.
     bool append(std::vector<LedgerRecord>& records, QString* error);
     // Appends records once: with the mark `key` in the same transaction, and nothing when the
@@ -39,6 +39,13 @@ public:
     std::optional<int> insert(const std::vector<LedgerRecord>& records, QString* error);
     // The newest `count` records, oldest first.
     std::optional<std::vector<LedgerRecord>> newest(int count, QString* error);
+    // At most `count` records numbered above `number`, by number: what a workstation sends on.
+    std::optional<std::vector<LedgerRecord>> after(qint64 number, int count, QString* error);
+    // The highest number up to which the ledger holds every record of `instrument` from number
+    // `held` on (`held` when it holds not the next one).
+    std::optional<qint64> heldThrough(const QString& instrument, qint64 held, QString* error);
+    // Every instrument with records.
+    QStringList instruments();
     // The records that ended from `from` up to before `to`, in the order they ended.
     std::optional<std::vector<LedgerRecord>> endedBetween(const QDateTime& from,
                                                           const QDateTime& to, QString* error);

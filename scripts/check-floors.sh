@@ -10,7 +10,7 @@ cd "${1:-$(dirname "$0")/..}"
 floors=(core ledger queue runner settings status ui app)
 # Programs beside the floors: folder and the highest floor it stands on.
 programs=(adapter:runner sim:runner tools/spinlane-ini:queue tools/spinlane-ledger:ledger tools/spinlane-status:status
-          tools/spinlane-screenshots:app facility:core web:status)
+          tools/spinlane-screenshots:app facility:ledger web:status)
 
 level() {
     local i

@@ -129,7 +129,7 @@ class TestLedger : public QObject {
     }
 
 private Q_SLOTS:
-    // Numbers only grow per instrument, a record lands once however often it is sent, odd texts
+    // Numbers only grow, one sequence per ledger; a record lands once however often it is sent, odd texts
     // come back as they went, and the file is in WAL mode with full sync.
     void recordsKeptOnceAndForGood()
     {
@@ -143,14 +143,14 @@ private Q_SLOTS:
         std::vector<LedgerRecord> other{item(u"Bio"_s, u"bo"_s, utc(3, 1, 9), 5, u"Failed"_s,
                                              u"nmr600"_s)};
         QVERIFY(ledger->append(other, nullptr));
-        QCOMPARE(other[0].number, qint64(1)); // each instrument counts its own
+        QCOMPARE(other[0].number, qint64(3)); // one sequence, whatever the instrument's name
         ledger.reset();
 
         ledger = open(u"a.ledger"_s);
         QCOMPARE(ledger->meta(u"schema"_s), QString::number(LedgerStore::schemaVersion()));
         std::vector<LedgerRecord> more{item(u"Bio"_s, u"bo"_s, utc(3, 2, 9), 10)};
         QVERIFY(ledger->append(more, nullptr));
-        QCOMPARE(more[0].number, qint64(3));
+        QCOMPARE(more[0].number, qint64(4));
         const auto all = ledger->newest(100, nullptr);
         QVERIFY(all);
         QCOMPARE(all->size(), std::size_t(4));
@@ -159,7 +159,7 @@ private Q_SLOTS:
 
         // Sent again, with one new record among them: only the new one lands.
         LedgerRecord fresh = item(u"Bio"_s, u"bo"_s, utc(3, 3, 9), 10);
-        fresh.number = 4;
+        fresh.number = 5;
         QCOMPARE(ledger->insert({first[0], first[1], fresh, first[1]}, nullptr), std::optional<int>(1));
         QCOMPARE(ledger->newest(100, nullptr)->size(), std::size_t(5));
 
@@ -168,6 +168,14 @@ private Q_SLOTS:
         QVERIFY(ledger->appendOnce(imported, u"imported x"_s, nullptr));
         QVERIFY(ledger->appendOnce(imported, u"imported x"_s, nullptr));
         QCOMPARE(ledger->newest(100, nullptr)->size(), std::size_t(6));
+        // What a workstation sends on, and how far a facility holds an instrument's every record.
+        const auto next = ledger->after(3, 2, nullptr);
+        QCOMPARE(next->size(), std::size_t(2));
+        QCOMPARE(next->front().number, qint64(4));
+        QCOMPARE(ledger->heldThrough(u"nmr400"_s, 0, nullptr), std::optional<qint64>(2));
+        QCOMPARE(ledger->heldThrough(u"nmr400"_s, 3, nullptr), std::optional<qint64>(6));
+        QCOMPARE(ledger->heldThrough(u"nmr600"_s, 0, nullptr), std::optional<qint64>(0));
+        QCOMPARE(ledger->instruments(), (QStringList{u"nmr400"_s, u"nmr600"_s}));
 
         QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"peek"_s);
         db.setDatabaseName(path(u"a.ledger"_s));

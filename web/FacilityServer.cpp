@@ -1,6 +1,8 @@
 #include "web/FacilityServer.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QWebSocket>
 
 using namespace Qt::StringLiterals;
@@ -52,8 +54,33 @@ FacilityServer::FacilityServer(const WebSettings& settings, QObject* parent)
             [](const QString& topic, const QString& why) {
                 qWarning("spinlane-web: ignored a message on %s (%s)", qPrintable(topic), qPrintable(why));
             });
+    startLedgerCollector();
     m_model.start(settings.broker);
     send();
+}
+
+// Every instrument's ledger records go to the facility's database; the page works without it.
+void FacilityServer::startLedgerCollector()
+{
+    const QString& database = m_settings.ledgerDatabase;
+    if (!database.contains(u"://"))
+        QDir().mkpath(QFileInfo(database).path());
+    QString error;
+    std::unique_ptr<LedgerStore> ledger =
+        LedgerStore::open(database, m_settings.ledgerPassword, &error);
+    if (!ledger) {
+        qWarning("spinlane-web: the facility's ledger %s cannot be opened (%s); the instruments' "
+                 "records are not collected",
+                 qPrintable(database), qPrintable(error));
+        return;
+    }
+    qInfo("spinlane-web: collecting the instruments' ledger records in %s", qPrintable(database));
+    m_ledgerCollector = std::make_unique<facility::LedgerCollector>(m_model.client(), std::move(ledger));
+    connect(m_ledgerCollector.get(), &facility::LedgerCollector::messageRejected, this,
+            [](const QString& topic, const QString& why) {
+                qWarning("spinlane-web: ignored a ledger record on %s (%s)", qPrintable(topic),
+                         qPrintable(why));
+            });
 }
 
 bool FacilityServer::listen(QString* error)

@@ -1,11 +1,14 @@
 #pragma once
 
 #include "facility/FacilityModel.h"
+#include "facility/LedgerCollector.h"
 #include "web/HttpFace.h"
 #include "web/LiveChannel.h"
 #include "web/WebSettings.h"
 
 #include <QTimer>
+
+#include <memory>
 
 // spinlane-web in facility mode: every instrument the broker carries, on one page. No Spinlane
 // and no session bus are needed here.
@@ -28,11 +31,13 @@ public:
     facility::FacilityModel& model() { return m_model; }
 
 private:
+    void startLedgerCollector();
     void sendSoon();
     void send();
 
     WebSettings m_settings;
     facility::FacilityModel m_model;
+    std::unique_ptr<facility::LedgerCollector> m_ledgerCollector; // none when its database fails
     qint64 m_seq = 0;
     QTimer m_soon;
     HttpFace m_http;

@@ -73,6 +73,9 @@ WebServer::WebServer(const WebSettings& settings, const QDBusConnection& bus, QO
             qInfo("spinlane-web: broker: publishing %s to %s", qPrintable(m_settings.instrument),
                   qPrintable(m_settings.broker.address()));
         });
+        m_ledgerOutbox = std::make_unique<LedgerOutbox>(
+            m_publisher->client(), settings.instrument, settings.ledgerFile,
+            settings.broker.address(), settings.ledgerResendSeconds);
         if (!m_publisher->start(settings.broker))
             qWarning("spinlane-web: broker: %s", qPrintable(m_publisher->problem()));
     }

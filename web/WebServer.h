@@ -2,6 +2,7 @@
 
 #include "facility/InstrumentPublisher.h"
 #include "web/HttpFace.h"
+#include "web/LedgerOutbox.h"
 #include "web/LiveChannel.h"
 #include "web/StatusMirror.h"
 #include "web/WebSettings.h"
@@ -38,6 +39,7 @@ private:
     HttpFace m_http;
     LiveChannel m_live; // after m_http: its sockets go first
     std::unique_ptr<facility::InstrumentPublisher> m_publisher;
+    std::unique_ptr<LedgerOutbox> m_ledgerOutbox; // beside the publisher, on its connection
 };
 
 } // namespace spinlane::web

@@ -1,7 +1,9 @@
 #include "web/WebSettings.h"
 
 #include "core/ProfileFile.h"
+#include "core/ProgramSettings.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QHostInfo>
 #include <QRegularExpression>
@@ -73,11 +75,50 @@ bool parseListen(const QString& text, QHostAddress* address, quint16* port)
     return true;
 }
 
+namespace {
+
+// The [ledger] section over the defaults; the reason when it holds what it should not.
+std::optional<QString> readLedgerSettings(QSettings& ini, const QString& path, WebSettings* settings)
+{
+    ini.beginGroup(u"ledger"_s);
+    const auto fail = [&](const QString& key, const QString& why) {
+        return std::optional<QString>(path + u": [ledger] "_s + key + u": "_s + why);
+    };
+    for (const QString& key : ini.childKeys()) {
+        const QString value = textOf(ini.value(key)).trimmed();
+        if (key == u"File"_s || key == u"Database"_s) {
+            if (value.isEmpty())
+                return fail(key, u"needs a path"_s);
+            (key == u"File"_s ? settings->ledgerFile : settings->ledgerDatabase) = value;
+        } else if (key == u"Password"_s) {
+            settings->ledgerPassword = value;
+        } else if (key == u"ResendAfter"_s) {
+            bool ok = false;
+            settings->ledgerResendSeconds = value.toInt(&ok);
+            if (!ok || settings->ledgerResendSeconds < 1 || settings->ledgerResendSeconds > 86400)
+                return fail(key, u"needs a whole number of seconds from 1 to 86400"_s);
+        } else {
+            return fail(key, u"unknown setting"_s);
+        }
+    }
+    ini.endGroup();
+    if (!settings->ledgerPassword.isEmpty()) {
+        if (const QString exposed = facility::exposedPasswordProblem(path); !exposed.isEmpty())
+            return exposed;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
 std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
 {
     WebSettings settings;
     settings.instrument = QHostInfo::localHostName();
     const QFileInfo file(path);
+    settings.ledgerFile = QFileInfo(defaultSettingsPath()).dir().filePath(u"Spinlane.ledger"_s);
+    settings.ledgerDatabase = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+                              + u"/spinlane/facility.ledger"_s;
     if (!file.exists())
         return settings;
     if (!file.isReadable()) {
@@ -95,11 +136,11 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     };
     for (const QString& key : ini.allKeys()) {
         const QString section = key.section(u'/', 0, 0);
-        if (section == u"broker"_s)
+        if (section == u"broker"_s || section == u"ledger"_s)
             continue; // read below
         if (!key.contains(u'/') || section != kSection) {
             *error = path + u": "_s + key + u": not a setting of spinlane-web (its settings are "_s
-                     u"in [web] and [broker])"_s;
+                     u"in [web], [broker] and [ledger])"_s;
             return std::nullopt;
         }
     }
@@ -153,6 +194,11 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
             settings.mode = WebSettings::Mode::Facility;
         else if (mode != u"instrument"_s)
             return fail(u"Mode"_s, u"needs instrument or facility"_s);
+    }
+    ini.endGroup();
+    if (const auto ledgerFailure = readLedgerSettings(ini, path, &settings)) {
+        *error = *ledgerFailure;
+        return std::nullopt;
     }
     QStringList problems;
     settings.broker = facility::readBrokerSettings(ProfileDocument::load(path), path, &problems);

@@ -8,7 +8,8 @@
 
 #include <optional>
 
-// What spinlane-web serves and where: its configuration file (INI, sections [web] and [broker])
+// What spinlane-web serves and where: its configuration file (INI, sections [web], [broker] and
+// [ledger])
 // and the command line's --listen and --facility, which win over the file.
 namespace spinlane::web {
 
@@ -32,6 +33,15 @@ struct WebSettings {
     int maxRequestBytes = 8192; // a request's line and headers
     int liveStallSeconds = 10; // a live client that has not taken its message by then is dropped
     int idleSeconds = 30; // an HTTP connection without a request is closed after it
+    // The ledger. An instrument sends the records of its workstation's ledger file to the
+    // facility; the facility keeps every instrument's in its database: an SQLite file, or
+    // "postgresql://USER@HOST[:PORT]/NAME" with its password.
+    QString ledgerFile; // Spinlane.ledger beside the default settings file
+    QString ledgerDatabase; // facility.ledger in the user's data folder
+    QString ledgerPassword;
+    // An instrument sends its records again from where the facility holds them all when the
+    // facility's answer has not caught up with what the broker took for this long.
+    int ledgerResendSeconds = 30;
 };
 
 // ~/.config/spinlane/web.conf, or where XDG_CONFIG_HOME says.

@@ -19,6 +19,12 @@ public:
     bool waitForError(const QString& text, int timeoutMs = 10000);
     QString errors();
     bool isRunning() const { return m_process.state() == QProcess::Running; }
+    // Ends it at once (SIGKILL), as a crash or a power cut would.
+    void kill()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
     // Its resident memory, from /proc; -1 when it is not running.
     qint64 residentKiB() const;
     quint16 port = 0; // 0 when it did not start serving

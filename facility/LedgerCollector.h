@@ -1,0 +1,51 @@
+#pragma once
+
+#include "facility/MqttClient.h"
+#include "ledger/LedgerStore.h"
+
+#include <QHash>
+#include <QObject>
+#include <QTimer>
+
+#include <memory>
+#include <vector>
+
+// The facility's side of the ledger: takes every instrument's records from the broker into the
+// facility's ledger, each once, and answers each instrument (retained, on its ledger-received
+// topic) with the number up to which the facility holds every one of its records. An instrument
+// sends on from that number, so a record the facility lost (it was killed after the broker's
+// delivery but before its write) is sent again; the answer, not the broker's acknowledgement,
+// is what tells an instrument that a record arrived.
+namespace spinlane::facility {
+
+class LedgerCollector : public QObject {
+    Q_OBJECT
+public:
+    // Listens on `client`, which the facility's model also uses.
+    LedgerCollector(MqttClient& client, std::unique_ptr<LedgerStore> ledger,
+                    QObject* parent = nullptr);
+
+    quint64 storedRecords() const { return m_stored; } // new records written
+    quint64 rejectedMessages() const { return m_rejected; }
+    // Why the ledger cannot be written now; empty while it can.
+    QString problem() const { return m_problem; }
+
+Q_SIGNALS:
+    void messageRejected(const QString& topic, const QString& why);
+
+private:
+    void take(const QString& topic, const QByteArray& payload);
+    void writeWaiting();
+    void answer(const QString& instrument);
+
+    MqttClient& m_client;
+    std::unique_ptr<LedgerStore> m_ledger;
+    std::vector<LedgerRecord> m_waiting; // read, not yet written
+    QTimer m_write;
+    QHash<QString, qint64> m_held; // per instrument: every record up to this number is held
+    quint64 m_stored = 0;
+    quint64 m_rejected = 0;
+    QString m_problem;
+};
+
+} // namespace spinlane::facility
