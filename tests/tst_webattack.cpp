@@ -126,7 +126,9 @@ private Q_SLOTS:
         const QString config = m_dir.filePath(u"web.conf"_s);
         QFile file(config);
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(u"[web]\nMode=facility\nLiveStallSeconds=2\nAllowedHosts=proxy.example, "
+        // Room for 256 live clients that never read beside the one that does.
+        file.write(u"[web]\nMode=facility\nLiveStallSeconds=2\nMaxLiveClients=320\n"
+                   u"AllowedHosts=proxy.example, "
                    u"nmr.example\n[broker]\nHost=127.0.0.1\nPort=%1\nUser=facility\nPassword=pw\n"_s
                        .arg(m_broker.port())
                        .toUtf8());
@@ -329,12 +331,13 @@ private Q_SLOTS:
     }
 
     // Live clients that never read, beside one that does: it gets every change within a second,
-    // and the others are dropped after the stall time.
+    // the others are dropped after the stall time, and memory stays within its bound throughout.
     void stalledLiveClientsDelayNobody_data()
     {
         QTest::addColumn<int>("stalled");
         QTest::newRow("16") << 16;
         QTest::newRow("64") << 64;
+        QTest::newRow("256") << 256;
     }
     void stalledLiveClientsDelayNobody()
     {
@@ -366,6 +369,8 @@ private Q_SLOTS:
             QVERIFY(publish(name, recordedState(name, u"idle"_s, 3, updated)));
             QTRY_VERIFY_WITH_TIMEOUT(last.contains(updated), 1000);
             ++changes;
+            const qint64 rss = m_web->residentKiB();
+            QVERIFY2(rss > 0 && rss < kMostKiB, qPrintable(QString::number(rss)));
         }
         QVERIFY(good.state() == QAbstractSocket::ConnectedState);
         checkWellBehaved();
