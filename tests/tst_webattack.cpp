@@ -10,6 +10,7 @@
 #include "support/WebProcess.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
@@ -17,6 +18,8 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -328,6 +331,55 @@ private Q_SLOTS:
         const Answer samples = get(m_web->port, u"/api/v1/facility/samples/ann"_s);
         QCOMPARE(samples.status, 200);
         QVERIFY(QJsonDocument::fromJson(samples.body).isObject());
+    }
+
+    // Started on every address, it says once that the queue is visible to the network and how to
+    // narrow it; on one address it says nothing of the kind. It runs in a network namespace of
+    // its own with nothing but a loopback that is down, so "every address" reaches nobody, and
+    // it is ended as soon as it has said what it says at start.
+    void saysWhenTheQueueIsVisibleToTheNetwork_data()
+    {
+        QTest::addColumn<QString>("listen");
+        QTest::addColumn<bool>("visible");
+        QTest::newRow("every IPv4 address") << u"0.0.0.0:0"_s << true;
+        QTest::newRow("every address") << u":0"_s << true;
+        QTest::newRow("every IPv6 address") << u"[::]:0"_s << true;
+        QTest::newRow("loopback") << u"127.0.0.1:0"_s << false;
+    }
+    void saysWhenTheQueueIsVisibleToTheNetwork()
+    {
+        QFETCH(QString, listen);
+        QFETCH(bool, visible);
+        QProcess probe;
+        probe.start(u"unshare"_s, {u"--user"_s, u"--map-root-user"_s, u"--net"_s, u"true"_s});
+        if (!probe.waitForFinished(10000) || probe.exitStatus() != QProcess::NormalExit
+            || probe.exitCode() != 0)
+            QSKIP("no network namespace of its own here (unshare --user --net): nothing is "
+                  "started on every address of this machine");
+
+        QProcess web;
+        web.start(u"unshare"_s,
+                  {u"--user"_s, u"--map-root-user"_s, u"--net"_s, QStringLiteral(SPINLANE_WEB),
+                   u"--config"_s, m_dir.filePath(u"web.conf"_s), u"--listen"_s, listen});
+        QByteArray said;
+        static const QRegularExpression serving(
+            u"serving the facility of .* at http://(.*):(\\d+)/\n"_s);
+        QRegularExpressionMatch match;
+        const QDeadlineTimer deadline(20000);
+        while (!(match = serving.match(QString::fromUtf8(said))).hasMatch()
+               && web.state() != QProcess::NotRunning && !deadline.hasExpired()) {
+            web.waitForReadyRead(100);
+            said += web.readAllStandardError();
+        }
+        web.kill();
+        web.waitForFinished();
+        QVERIFY2(match.hasMatch(), said.constData());
+        const QString port = match.captured(2);
+        const QString warning = u"spinlane-web: listening on every network of this machine: anyone "
+                                u"who reaches port %1 sees the queue; --listen 127.0.0.1:%1 (or "
+                                u"Listen= with one address) narrows it\n"_s.arg(port);
+        QCOMPARE(QString::fromUtf8(said).count(warning), visible ? 1 : 0);
+        QCOMPARE(said.count("every network"), visible ? 1 : 0);
     }
 
     // Live clients that never read, beside one that does: it gets every change within a second,
