@@ -1,17 +1,20 @@
 // The facility page under load, through a real mosquitto on a loopback port:
 //
-//     build/bench/bench_facility [SECONDS]
+//     build/bench/bench_facility [--largest] [SECONDS]
 //
 // For 5, 20 and 50 instruments with 999-item queues, lightweight publishers in this process
-// replay a recorded state, each instrument changing once a second (its time stamp; in a last run
-// of 50, its queue too), to one spinlane-web in facility mode (its own process). A live client here measures the time from a change being
-// published to the first live message that carries it (median and 95th percentile); the facility's
-// processor share (of one core) over the same time and its memory come from /proc; then the
-// facility API's answer time is that of ten whole GET requests while the changes go on. Prints
-// the figures side by side.
+// replay a recorded state, each instrument changing once a second (its time stamp; in a run of
+// 50, its queue too), to one spinlane-web in facility mode (its own process). A last run (alone
+// with --largest) has one instrument sending the largest state the facility takes, a new queue
+// every second. A live client here measures the time from a change being published to the first
+// live message that carries it (median and 95th percentile); /healthz is asked ten times a second
+// meanwhile (median and worst answer time); the facility's processor share (of one core) over the
+// same time and its memory come from /proc; then the facility API's answer time is that of ten
+// whole GET requests while the changes go on. Prints the figures side by side.
 
 #include "core/ProfileFile.h"
 #include "facility/MqttClient.h"
+#include "facility/StatePayload.h"
 #include "facility/Topics.h"
 #include "support/MosquittoBroker.h"
 
@@ -34,8 +37,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -65,6 +69,22 @@ bool waitUntil(Condition condition, int timeoutMs)
         waitFor(10);
     }
     return true;
+}
+
+// The largest state the facility takes: as many items as it allows, each sample name and
+// experiment as long as a text may be (the experiment leaves room for the digits a change adds).
+QByteArray largestState(const QString& name)
+{
+    QByteArray state = testing::recordedState(name, QStringLiteral("running"), kMaxQueueItems,
+                                              QString::fromLatin1(kStamp));
+    state.replace("\"PROTON\"", "\"PROTON" + QByteArray(kMaxTextLength - 9, 'x') + '"');
+    static const QByteArray sample = "\"sample\":\"";
+    for (qsizetype at = state.indexOf(sample); at >= 0; at = state.indexOf(sample, at)) {
+        at += sample.size();
+        const qsizetype end = state.indexOf('"', at);
+        state.insert(end, QByteArray(kMaxTextLength - (end - at), 'x'));
+    }
+    return state;
 }
 
 double percentile(std::vector<double> values, double p)
@@ -99,7 +119,10 @@ double memoryMB(qint64 pid, const char* field)
 struct Figures {
     int instruments = 0;
     bool queueChanges = false; // every change a new queue, not only a new time stamp
+    bool largest = false; // the largest state the facility takes, not a 999-item one
+    qint64 stateBytes = 0;
     std::vector<double> latencyMs;
+    std::vector<double> healthMs;
     int published = 0;
     double cpuShare = -1;
     double rssMB = -1;
@@ -107,6 +130,7 @@ struct Figures {
     std::vector<double> apiMs;
     std::vector<double> summaryMs;
     qint64 apiBytes = 0;
+    double rejected = -1; // states the facility refused: 0, or the figures are not of this load
 };
 
 double getMs(QNetworkAccessManager& network, const QUrl& url, qint64* bytes)
@@ -123,11 +147,12 @@ double getMs(QNetworkAccessManager& network, const QUrl& url, qint64* bytes)
     return reply->error() == QNetworkReply::NoError ? ms : -1;
 }
 
-Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
+Figures run(const QString& web, int instruments, int seconds, bool queueChanges, bool largest = false)
 {
     Figures figures;
     figures.instruments = instruments;
     figures.queueChanges = queueChanges;
+    figures.largest = largest;
     testing::MosquittoBroker broker;
     broker.addUser(QStringLiteral("bench"), QStringLiteral("bench-pw"));
     if (!broker.start()) {
@@ -145,7 +170,10 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
         client->setWill(onlineTopic(name), kOfflinePayload, true);
         client->start(settings);
         clients.push_back(std::move(client));
-        states.push_back(testing::recordedState(name, QStringLiteral("running"), kItems, QString::fromLatin1(kStamp)));
+        states.push_back(largest ? largestState(name)
+                                 : testing::recordedState(name, QStringLiteral("running"), kItems,
+                                                          QString::fromLatin1(kStamp)));
+        figures.stateBytes = states.back().size();
     }
     if (!waitUntil([&] { return std::all_of(clients.begin(), clients.end(), [](auto& c) { return c->isConnected(); }); }, 10000)) {
         std::fprintf(stderr, "the publishers did not connect\n");
@@ -159,7 +187,7 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
         state.replace(at, kStamp.size(), QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs).toLatin1());
         static int serial = 0;
         if (queueChanges) // one item's experiment renamed: the queue reads differently
-            state.insert(state.indexOf("\"PROTON\"", state.indexOf("\"queue\":")) + 7,
+            state.insert(state.indexOf("\"PROTON", state.indexOf("\"queue\":")) + 7,
                          QByteArray::number(++serial % 1000));
         clients[size_t(i)]->publish(stateTopic(name), state, true);
         if (measuring)
@@ -228,6 +256,22 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
     QNetworkAccessManager network;
     const QUrl api(QStringLiteral("http://127.0.0.1:%1/api/v1/facility").arg(port));
     const QUrl summary(QStringLiteral("http://127.0.0.1:%1/api/v1/facility/summary").arg(port));
+    // /healthz ten times a second, each answer timed on its own, none waited for.
+    const QUrl health(QStringLiteral("http://127.0.0.1:%1/healthz").arg(port));
+    QObject healthScope; // ends the answers' connections before `network` goes
+    QTimer asking;
+    asking.setInterval(100);
+    QObject::connect(&asking, &QTimer::timeout, &healthScope, [&] {
+        QElapsedTimer clock;
+        clock.start();
+        QNetworkReply* reply = network.get(QNetworkRequest(health));
+        QObject::connect(reply, &QNetworkReply::finished, &healthScope, [&, reply, clock] {
+            if (measuring && reply->error() == QNetworkReply::NoError)
+                figures.healthMs.push_back(double(clock.nsecsElapsed()) / 1e6);
+            reply->deleteLater();
+        });
+    });
+    asking.start();
     measuring = true;
     const double cpuBefore = processorSeconds(server.processId());
     QElapsedTimer wall;
@@ -235,6 +279,7 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
     waitFor(seconds * 1000);
     figures.cpuShare = (processorSeconds(server.processId()) - cpuBefore) / (double(wall.elapsed()) / 1000);
     measuring = false;
+    asking.stop();
     // The API's answers, the changes going on: none of them counted in the processor share.
     for (int i = 0; i < 10; ++i) {
         qint64 bytes = 0;
@@ -243,6 +288,15 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
         figures.summaryMs.push_back(getMs(network, summary, &bytes));
         waitFor(200);
     }
+    std::unique_ptr<QNetworkReply> metrics(network.get(QNetworkRequest(
+        QUrl(QStringLiteral("http://127.0.0.1:%1/metrics").arg(port)))));
+    waitUntil([&] { return metrics->isFinished(); }, 10000);
+    static const QRegularExpression rejected(
+        QStringLiteral("^spinlane_facility_rejected_messages_total\\{[^}]*\\} (\\d+)$"),
+        QRegularExpression::MultilineOption);
+    figures.rejected = 0;
+    for (const QRegularExpressionMatch& m : rejected.globalMatch(QString::fromUtf8(metrics->readAll())))
+        figures.rejected += m.captured(1).toDouble();
     figures.rssMB = memoryMB(server.processId(), "VmRSS");
     figures.peakMB = memoryMB(server.processId(), "VmHWM");
     changes.stop();
@@ -260,18 +314,28 @@ Figures run(const QString& web, int instruments, int seconds, bool queueChanges)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    const int seconds = argc > 1 ? std::max(5, atoi(argv[1])) : 20;
+    const bool largestOnly = argc > 1 && std::strcmp(argv[1], "--largest") == 0;
+    const int secondsArgument = largestOnly ? 2 : 1;
+    const int seconds = argc > secondsArgument ? std::max(5, atoi(argv[secondsArgument])) : 20;
     const QString web = QStringLiteral(SPINLANE_WEB);
     std::vector<Figures> all;
-    for (int instruments : {5, 20, 50}) {
-        std::fprintf(stderr, "%d instruments, %d s...\n", instruments, seconds);
-        all.push_back(run(web, instruments, seconds, false));
+    if (!largestOnly) {
+        for (int instruments : {5, 20, 50}) {
+            std::fprintf(stderr, "%d instruments, %d s...\n", instruments, seconds);
+            all.push_back(run(web, instruments, seconds, false));
+        }
+        std::fprintf(stderr, "50 instruments, every change a new queue, %d s...\n", seconds);
+        all.push_back(run(web, 50, seconds, true));
     }
-    std::fprintf(stderr, "50 instruments, every change a new queue, %d s...\n", seconds);
-    all.push_back(run(web, 50, seconds, true));
-    std::printf("%-44s", "instruments (999-item queues, 1 change/s each)");
+    std::fprintf(stderr, "1 instrument, the largest state, a new queue every second, %d s...\n",
+                 seconds);
+    all.push_back(run(web, 1, seconds, true, true));
+    std::printf("%-44s", "instruments (1 change/s each)");
     for (const Figures& f : all)
         std::printf("%12d", f.instruments);
+    std::printf("\n%-44s", "queue items");
+    for (const Figures& f : all)
+        std::printf("%12d", f.largest ? kMaxQueueItems : kItems);
     std::printf("\n%-44s", "what changes");
     for (const Figures& f : all)
         std::printf("%12s", f.queueChanges ? "queue" : "time stamp");
@@ -280,10 +344,15 @@ int main(int argc, char** argv)
         for (const Figures& f : all)
             std::printf("%12.1f", value(f));
     };
+    row("one state (kB)", [](const Figures& f) { return double(f.stateBytes) / 1000; });
     row("changes published in the measured time", [](const Figures& f) { return double(f.published); });
+    row("states the facility refused", [](const Figures& f) { return f.rejected; });
     row("changes seen by the live client", [](const Figures& f) { return double(f.latencyMs.size()); });
     row("change to live client, median (ms)", [](const Figures& f) { return percentile(f.latencyMs, 0.5); });
     row("change to live client, 95th percentile (ms)", [](const Figures& f) { return percentile(f.latencyMs, 0.95); });
+    row("GET /healthz meanwhile, answers", [](const Figures& f) { return double(f.healthMs.size()); });
+    row("GET /healthz meanwhile, median (ms)", [](const Figures& f) { return percentile(f.healthMs, 0.5); });
+    row("GET /healthz meanwhile, worst (ms)", [](const Figures& f) { return percentile(f.healthMs, 1); });
     row("facility processor, % of one core", [](const Figures& f) { return f.cpuShare * 100; });
     row("facility memory, RSS at end (MB)", [](const Figures& f) { return f.rssMB; });
     row("facility memory, peak RSS (MB)", [](const Figures& f) { return f.peakMB; });

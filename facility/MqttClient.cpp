@@ -110,6 +110,16 @@ void MqttClient::setUpTls()
     if (ca.isEmpty())
         qInfo("TLS to %s: no CAFile, so the system's certificate store in %s is trusted",
               qPrintable(m_settings.address()), kSystemCertificates);
+    if (!m_tls) {
+        // libmosquitto loads the authority and client certificate into this context; its own
+        // check of the name would compare the certificate with the address it is given, so
+        // the context checks the name instead.
+        m_tls = std::make_unique<BrokerTls>();
+        mosquitto_void_option(m_mosq, MOSQ_OPT_SSL_CTX, m_tls->context());
+        mosquitto_int_option(m_mosq, MOSQ_OPT_SSL_CTX_WITH_DEFAULTS, 1);
+        mosquitto_tls_insecure_set(m_mosq, true);
+    }
+    m_tls->expect(m_settings.host);
     const int rc = mosquitto_tls_set(m_mosq, ca.isEmpty() ? nullptr : ca.constData(),
                                      ca.isEmpty() ? kSystemCertificates : nullptr,
                                      cert.isEmpty() ? nullptr : cert.constData(),
@@ -133,10 +143,10 @@ void MqttClient::connectNow()
 {
     if (!m_running)
         return;
-    // libmosquitto looks host names up with a blocking call: look them up here first, without
-    // waiting, and give it the address. TLS checks the certificate against the name, so a TLS
-    // connection keeps the name.
-    if (m_settings.tls || !QHostAddress(m_settings.host).isNull()) {
+    // libmosquitto looks host names up with a blocking call, on every attempt: look them up here
+    // first, without waiting, and give it the address. TLS still checks the certificate against
+    // the name (m_tls).
+    if (!QHostAddress(m_settings.host).isNull()) {
         connectTo(m_settings.host);
         return;
     }
@@ -156,15 +166,17 @@ void MqttClient::connectNow()
     });
 }
 
-void MqttClient::connectTo(const QString& host)
+void MqttClient::connectTo(const QString& address)
 {
     if (!m_running)
         return;
-    const int rc = mosquitto_connect_async(m_mosq, host.toUtf8().constData(), m_settings.port,
+    if (m_tls)
+        m_tls->takeRefusal();
+    const int rc = mosquitto_connect_async(m_mosq, address.toUtf8().constData(), m_settings.port,
                                            m_settings.keepAliveSeconds);
+    // On loopback the broker may answer, certificate included, before this returns.
     if (rc != MOSQ_ERR_SUCCESS) {
-        lost(QStringLiteral("cannot reach the broker at %1: %2")
-                 .arg(m_settings.address(), errorText(rc)));
+        lost(failure(rc));
         return;
     }
     watchSocket();
@@ -214,10 +226,19 @@ void MqttClient::checkResult(int rc)
         return;
     if (rc == MOSQ_ERR_ERRNO && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR))
         return;
-    lost(m_connected ? QStringLiteral("lost the broker at %1: %2")
-                           .arg(m_settings.address(), errorText(rc))
-                     : QStringLiteral("cannot reach the broker at %1: %2")
-                           .arg(m_settings.address(), errorText(rc)));
+    lost(failure(rc));
+}
+
+QString MqttClient::failure(int rc)
+{
+    // A refused certificate says more than the TLS error that follows it.
+    const QString refusal = m_tls ? m_tls->takeRefusal() : QString();
+    if (!refusal.isEmpty())
+        return QStringLiteral("cannot trust the broker's certificate at %1: %2")
+            .arg(m_settings.address(), refusal);
+    return (m_connected ? QStringLiteral("lost the broker at %1: %2")
+                        : QStringLiteral("cannot reach the broker at %1: %2"))
+        .arg(m_settings.address(), errorText(rc));
 }
 
 void MqttClient::lost(const QString& why)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "facility/BrokerSettings.h"
+#include "facility/BrokerTls.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -8,14 +9,18 @@
 #include <QString>
 #include <QTimer>
 
+#include <memory>
+
 class QSocketNotifier;
 struct mosquitto;
 struct mqtt5__property;
 struct mosquitto_message;
 
 // An MQTT 5 client (libmosquitto) that runs on Qt's event loop: socket notifiers read and write,
-// a timer keeps the connection alive, and nothing ever waits for the broker. Once started it
-// connects by itself, and again after every loss with a growing delay, until stop().
+// a timer keeps the connection alive, and nothing ever waits for the broker, nor for the name
+// service: the broker's host name is looked up beforehand without waiting, and libmosquitto is
+// given the address. Once started it connects by itself, and again after every loss (a name that
+// cannot be found included) with a growing delay, until stop().
 //
 // MQTT 5 because its acknowledgements carry reason codes: a publish or subscription the broker's
 // access list forbids comes back as refused, where MQTT 3.1.1 acknowledges it as if accepted.
@@ -60,11 +65,12 @@ Q_SIGNALS:
 private:
     void setUpTls();
     void connectNow();
-    void connectTo(const QString& host);
+    void connectTo(const QString& address);
     void watchSocket();
     void dropSocket();
     void lost(const QString& why);
     void checkResult(int rc);
+    QString failure(int rc); // what went wrong, for a person
     void updateWriteInterest();
     void report(const QString& text);
 
@@ -77,6 +83,7 @@ private:
 
     mosquitto* m_mosq = nullptr;
     BrokerSettings m_settings;
+    std::unique_ptr<BrokerTls> m_tls; // libmosquitto holds a reference to its context
     QSocketNotifier* m_reader = nullptr;
     QSocketNotifier* m_writer = nullptr;
     QTimer m_keepAlive;

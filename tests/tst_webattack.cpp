@@ -10,6 +10,7 @@
 #include "support/WebProcess.h"
 
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonArray>
@@ -17,6 +18,8 @@
 #include <QJsonObject>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -126,7 +129,9 @@ private Q_SLOTS:
         const QString config = m_dir.filePath(u"web.conf"_s);
         QFile file(config);
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(u"[web]\nMode=facility\nLiveStallSeconds=2\nAllowedHosts=proxy.example, "
+        // Room for 256 live clients that never read beside the one that does.
+        file.write(u"[web]\nMode=facility\nLiveStallSeconds=2\nMaxLiveClients=320\n"
+                   u"AllowedHosts=proxy.example, "
                    u"nmr.example\n[broker]\nHost=127.0.0.1\nPort=%1\nUser=facility\nPassword=pw\n"_s
                        .arg(m_broker.port())
                        .toUtf8());
@@ -328,13 +333,63 @@ private Q_SLOTS:
         QVERIFY(QJsonDocument::fromJson(samples.body).isObject());
     }
 
+    // Started on every address, it says once that the queue is visible to the network and how to
+    // narrow it; on one address it says nothing of the kind. It runs in a network namespace of
+    // its own with nothing but a loopback that is down, so "every address" reaches nobody, and
+    // it is ended as soon as it has said what it says at start.
+    void saysWhenTheQueueIsVisibleToTheNetwork_data()
+    {
+        QTest::addColumn<QString>("listen");
+        QTest::addColumn<bool>("visible");
+        QTest::newRow("every IPv4 address") << u"0.0.0.0:0"_s << true;
+        QTest::newRow("every address") << u":0"_s << true;
+        QTest::newRow("every IPv6 address") << u"[::]:0"_s << true;
+        QTest::newRow("loopback") << u"127.0.0.1:0"_s << false;
+    }
+    void saysWhenTheQueueIsVisibleToTheNetwork()
+    {
+        QFETCH(QString, listen);
+        QFETCH(bool, visible);
+        QProcess probe;
+        probe.start(u"unshare"_s, {u"--user"_s, u"--map-root-user"_s, u"--net"_s, u"true"_s});
+        if (!probe.waitForFinished(10000) || probe.exitStatus() != QProcess::NormalExit
+            || probe.exitCode() != 0)
+            QSKIP("no network namespace of its own here (unshare --user --net): nothing is "
+                  "started on every address of this machine");
+
+        QProcess web;
+        web.start(u"unshare"_s,
+                  {u"--user"_s, u"--map-root-user"_s, u"--net"_s, QStringLiteral(SPINLANE_WEB),
+                   u"--config"_s, m_dir.filePath(u"web.conf"_s), u"--listen"_s, listen});
+        QByteArray said;
+        static const QRegularExpression serving(
+            u"serving the facility of .* at http://(.*):(\\d+)/\n"_s);
+        QRegularExpressionMatch match;
+        const QDeadlineTimer deadline(20000);
+        while (!(match = serving.match(QString::fromUtf8(said))).hasMatch()
+               && web.state() != QProcess::NotRunning && !deadline.hasExpired()) {
+            web.waitForReadyRead(100);
+            said += web.readAllStandardError();
+        }
+        web.kill();
+        web.waitForFinished();
+        QVERIFY2(match.hasMatch(), said.constData());
+        const QString port = match.captured(2);
+        const QString warning = u"spinlane-web: listening on every network of this machine: anyone "
+                                u"who reaches port %1 sees the queue; --listen 127.0.0.1:%1 (or "
+                                u"Listen= with one address) narrows it\n"_s.arg(port);
+        QCOMPARE(QString::fromUtf8(said).count(warning), visible ? 1 : 0);
+        QCOMPARE(said.count("every network"), visible ? 1 : 0);
+    }
+
     // Live clients that never read, beside one that does: it gets every change within a second,
-    // and the others are dropped after the stall time.
+    // the others are dropped after the stall time, and memory stays within its bound throughout.
     void stalledLiveClientsDelayNobody_data()
     {
         QTest::addColumn<int>("stalled");
         QTest::newRow("16") << 16;
         QTest::newRow("64") << 64;
+        QTest::newRow("256") << 256;
     }
     void stalledLiveClientsDelayNobody()
     {
@@ -366,6 +421,8 @@ private Q_SLOTS:
             QVERIFY(publish(name, recordedState(name, u"idle"_s, 3, updated)));
             QTRY_VERIFY_WITH_TIMEOUT(last.contains(updated), 1000);
             ++changes;
+            const qint64 rss = m_web->residentKiB();
+            QVERIFY2(rss > 0 && rss < kMostKiB, qPrintable(QString::number(rss)));
         }
         QVERIFY(good.state() == QAbstractSocket::ConnectedState);
         checkWellBehaved();
