@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Tries the facility page on one machine, from a built checkout: a mosquitto of its own on
 # 127.0.0.1:1884 with the shipped access list, two simulated instruments (nmr400 and nmr600), each
-# in a folder of its own (settings file, run history, spinlane-web configuration) running the
+# in a folder of its own (settings file, ledger, spinlane-web configuration) running the
 # demo queue in real time with the demo laboratory's short experiments (20 to 45 seconds) and
 # publishing through its spinlane-web, and the facility page at http://127.0.0.1:8480/. The lab's
 # default times for the demo's experiments are in each settings file's [Forecast] section, so the
-# expected times, progress bars and ends are true from the start. Ctrl-C (or SIGTERM) ends
+# expected times, progress bars and ends are true from the start. Every item run lands in the
+# facility's ledger too (its path is printed, for spinlane-ledger). Ctrl-C (or SIGTERM) ends
 # everything it started and removes its folder.
 #
 #   scripts/try-facility.sh [FACILITY-PORT]
@@ -49,8 +50,8 @@ start mosquitto -c "$F/mosquitto.conf" 2>"$F/mosquitto.log"
 
 for name in nmr400 nmr600; do
   mkdir "$F/$name"
-  printf '[web]\nInstrument=%s\nListen=127.0.0.1:0\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=%s\nPassword=pw%s\n' \
-    "$name" "$name" "${name#nmr}" >"$F/$name/web.conf"
+  printf '[web]\nInstrument=%s\nListen=127.0.0.1:0\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=%s\nPassword=pw%s\n[ledger]\nFile=%s\n' \
+    "$name" "$name" "${name#nmr}" "$F/$name/Spinlane.ledger" >"$F/$name/web.conf"
   chmod 600 "$F/$name/web.conf"
   # The demo queue, with the demo laboratory's experiment times as the lab's defaults.
   { cat "$build/demo/Spinlane.INI"; printf '[Forecast]\r\nPROTON=20\r\nCARBON=45\r\nCOSY=40\r\n'; } \
@@ -61,9 +62,10 @@ for name in nmr400 nmr600; do
     exec '$build/web/spinlane-web' --config '$F/$name/web.conf'" 2>"$F/$name/lab.log"
 done
 
-printf '[web]\nMode=facility\nListen=127.0.0.1:%s\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=facility\nPassword=pwfac\n' \
-  "$port" >"$F/facility.conf"
+printf '[web]\nMode=facility\nListen=127.0.0.1:%s\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=facility\nPassword=pwfac\n[ledger]\nDatabase=%s\n' \
+  "$port" "$F/facility.ledger" >"$F/facility.conf"
 chmod 600 "$F/facility.conf"
 start "$build/web/spinlane-web" --config "$F/facility.conf"
 echo "try-facility: the facility page is http://127.0.0.1:$port/ (Ctrl-C ends the try-out)" >&2
+echo "try-facility: what ran: $build/tools/spinlane-ledger/spinlane-ledger report --database $F/facility.ledger --from $(date +%F) --to $(date +%F) --by instrument" >&2
 wait "${pids[@]}"

@@ -96,12 +96,20 @@ def main():
         publishers[name].stdin.write(path + "\n")
         publishers[name].stdin.flush()
 
-    web = start([web_program, "--config", config("facility", "Mode=facility\n"), "--listen",
-                 "127.0.0.1:0"], stderr=subprocess.PIPE, text=True)
-    line = web.stderr.readline()
-    match = re.search(r"at http://127\.0\.0\.1:(\d+)/", line)
+    facility = config("facility", "Mode=facility\n")
+    with open(facility, "a") as f:
+        f.write("[ledger]\nDatabase=%s\n" % os.path.join(folder, "facility.ledger"))
+    web = start([web_program, "--config", facility, "--listen", "127.0.0.1:0"],
+                stderr=subprocess.PIPE, text=True)
+    said = ""
+    match = None
+    while not match and web.poll() is None and said.count("\n") < 10:
+        said += web.stderr.readline()
+        match = re.search(r"at http://127\.0\.0\.1:(\d+)/", said)
     if not match:
-        raise RuntimeError("spinlane-web did not start: " + line)
+        for process in processes:
+            process.kill()
+        raise RuntimeError("spinlane-web did not start: " + said)
     driver = browser(folder)
     try:
         from selenium.webdriver.common.by import By
