@@ -28,6 +28,8 @@ public:
         QString text = value.toString();
         if (text.size() > kLongestText)
             return fault(name, "is too long"), QString();
+        if (!text.isValidUtf16())
+            return fault(name, "is not valid Unicode"), QString();
         for (const QChar c : text) {
             if (c.unicode() < 0x20 || c.unicode() == 0x7f)
                 return fault(name, "holds a control character"), QString();
