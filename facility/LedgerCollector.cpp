@@ -3,7 +3,7 @@
 #include "facility/LedgerMessage.h"
 #include "facility/Topics.h"
 
-#include <QSet>
+#include <QList>
 
 namespace spinlane::facility {
 namespace {
@@ -24,8 +24,8 @@ LedgerCollector::LedgerCollector(MqttClient& client, std::unique_ptr<LedgerStore
     connect(&m_client, &MqttClient::connected, this, [this] {
         m_client.subscribe(allLedgersFilter());
         // Answers again: a broker that lost what it retained asks every instrument for all.
-        for (const QString& instrument : m_ledger->instruments())
-            answer(instrument);
+        for (const auto& [instrument, ledger] : m_ledger->ledgersByInstrument())
+            answer(instrument, ledger);
     });
     connect(&m_client, &MqttClient::messageReceived, this,
             [this](const QString& topic, const QByteArray& payload) { take(topic, payload); });
@@ -70,22 +70,27 @@ void LedgerCollector::writeWaiting()
         m_problem.clear();
     }
     m_stored += quint64(*added);
-    QSet<QString> instruments;
-    for (const LedgerRecord& record : m_waiting)
-        instruments.insert(record.instrument);
+    QList<std::pair<QString, QString>> ledgers; // in the order their last records came
+    for (const LedgerRecord& record : m_waiting) {
+        ledgers.removeOne({record.instrument, record.ledger});
+        ledgers.append({record.instrument, record.ledger});
+    }
     m_waiting.clear();
-    for (const QString& instrument : instruments)
-        answer(instrument);
+    for (const auto& [instrument, ledger] : ledgers)
+        answer(instrument, ledger);
 }
 
-void LedgerCollector::answer(const QString& instrument)
+// "IDENTITY NUMBER": how far the facility holds the records of that ledger of the instrument.
+void LedgerCollector::answer(const QString& instrument, const QString& ledger)
 {
+    const std::pair key{instrument, ledger};
     const std::optional<qint64> held =
-        m_ledger->heldThrough(instrument, m_held.value(instrument, 0), nullptr);
+        m_ledger->heldThrough(instrument, ledger, m_held.value(key, 0), nullptr);
     if (!held)
         return;
-    m_held.insert(instrument, *held);
-    m_client.publish(ledgerReceivedTopic(instrument), QByteArray::number(*held), true);
+    m_held.insert(key, *held);
+    m_client.publish(ledgerReceivedTopic(instrument),
+                     ledger.toUtf8() + ' ' + QByteArray::number(*held), true);
 }
 
 } // namespace spinlane::facility

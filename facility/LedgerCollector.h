@@ -12,7 +12,9 @@
 
 // The facility's side of the ledger: takes every instrument's records from the broker into the
 // facility's ledger, each once, and answers each instrument (retained, on its ledger-received
-// topic) with the number up to which the facility holds every one of its records. An instrument
+// topic) with the number up to which the facility holds every one of its records. Records are
+// kept by instrument, the identity of the workstation's ledger and number, so that a ledger made
+// anew for an instrument (a new workstation), which numbers from 1 again, loses nothing. An instrument
 // sends on from that number, so a record the facility lost (it was killed after the broker's
 // delivery but before its write) is sent again; the answer, not the broker's acknowledgement,
 // is what tells an instrument that a record arrived.
@@ -36,13 +38,14 @@ Q_SIGNALS:
 private:
     void take(const QString& topic, const QByteArray& payload);
     void writeWaiting();
-    void answer(const QString& instrument);
+    void answer(const QString& instrument, const QString& ledger);
 
     MqttClient& m_client;
     std::unique_ptr<LedgerStore> m_ledger;
     std::vector<LedgerRecord> m_waiting; // read, not yet written
     QTimer m_write;
-    QHash<QString, qint64> m_held; // per instrument: every record up to this number is held
+    // Per instrument and ledger: every record up to this number is held.
+    QHash<std::pair<QString, QString>, qint64> m_held;
     quint64 m_stored = 0;
     quint64 m_rejected = 0;
     QString m_problem;

@@ -79,6 +79,7 @@ QByteArray ledgerMessage(const LedgerRecord& r)
     const RunRecord& run = r.run;
     return QJsonDocument(
                QJsonObject{{u"schema"_s, kLedgerMessageSchema},
+                           {u"ledger"_s, r.ledger},
                            {u"record"_s, double(r.number)},
                            {u"itemSerial"_s, r.itemSerial},
                            {u"queueNumber"_s, r.queueNumber},
@@ -122,6 +123,7 @@ std::optional<LedgerRecord> readLedgerMessage(const QString& instrument, const Q
     LedgerRecord r;
     RunRecord& run = r.run;
     r.instrument = instrument;
+    r.ledger = read.text("ledger");
     r.number = qint64(read.number("record", 1, kLargestNumber, true));
     r.itemSerial = read.text("itemSerial");
     r.queueNumber = qint32(read.number("queueNumber", 0, 2147483647, true));
@@ -144,6 +146,8 @@ std::optional<LedgerRecord> readLedgerMessage(const QString& instrument, const Q
     run.experimentSeconds = read.number("experimentSeconds", 0, kLongestSeconds, false);
     if (!read.why().isEmpty())
         return fail(read.why());
+    if (r.ledger.isEmpty() || r.ledger.size() > 64)
+        return fail(u"\"ledger\" is not a ledger's identity"_s);
     if (!isRunOutcome(run.outcome))
         return fail(u"\"outcome\" is not Done, Failed or Stopped"_s);
     if (!mode)

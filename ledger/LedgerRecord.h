@@ -10,7 +10,8 @@ namespace spinlane {
 // when, and how it went.
 struct LedgerRecord {
     QString instrument;
-    qint64 number = 0; // grows with every record of the instrument; 0 until it is stored
+    QString ledger; // the identity of the workstation's ledger that numbered it
+    qint64 number = 0; // grows with every record of that ledger; 0 until it is stored
     QString itemSerial;
     qint32 queueNumber = 0;
     QString user;
@@ -22,7 +23,7 @@ struct LedgerRecord {
 
     bool operator==(const LedgerRecord& o) const
     {
-        return instrument == o.instrument && number == o.number && itemSerial == o.itemSerial
+        return instrument == o.instrument && ledger == o.ledger && number == o.number && itemSerial == o.itemSerial
                && queueNumber == o.queueNumber && user == o.user
                && organization == o.organization && sampleName == o.sampleName
                && samplePosition == o.samplePosition && dataFile == o.dataFile && run == o.run;

@@ -7,6 +7,7 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QUrl>
+#include <QUuid>
 #include <QVariant>
 
 using namespace Qt::StringLiterals;
@@ -21,6 +22,7 @@ const std::vector<QStringList>& migrations()
     static const std::vector<QStringList> steps{
         {uR"(CREATE TABLE ledger (
                instrument TEXT NOT NULL,
+               ledger TEXT NOT NULL,
                record BIGINT NOT NULL,
                item_serial TEXT NOT NULL,
                queue_number INTEGER NOT NULL,
@@ -41,7 +43,7 @@ const std::vector<QStringList>& migrations()
                spin_seconds DOUBLE PRECISION NOT NULL,
                eject_seconds DOUBLE PRECISION NOT NULL,
                experiment_seconds DOUBLE PRECISION NOT NULL,
-               PRIMARY KEY (instrument, record)))"_s,
+               PRIMARY KEY (instrument, ledger, record)))"_s,
          u"CREATE INDEX ledger_ended ON ledger (ended, record)"_s,
          u"CREATE INDEX ledger_record ON ledger (record)"_s},
     };
@@ -51,8 +53,8 @@ const std::vector<QStringList>& migrations()
 const QString kColumns =
     u"instrument, record, item_serial, queue_number, user_id, organization, sample_name, "
     "sample_position, solvent, title, data_file, taken_up, ended, outcome, mode, loaded, ejected, "
-    "load_seconds, spin_seconds, eject_seconds, experiment_seconds"_s;
-constexpr int kColumnCount = 21;
+    "load_seconds, spin_seconds, eject_seconds, experiment_seconds, ledger"_s;
+constexpr int kColumnCount = 22;
 
 QString placeholders()
 {
@@ -113,7 +115,8 @@ void bind(QSqlQuery& query, const LedgerRecord& r)
                               run.loadSeconds,
                               run.spinSeconds,
                               run.ejectSeconds,
-                              run.experimentSeconds};
+                              run.experimentSeconds,
+                              r.ledger};
     for (int i = 0; i < values.size(); ++i)
         // Texts are never NULL in the ledger, even when empty.
         query.bindValue(i, values[i].typeId() == QMetaType::QString && values[i].toString().isNull()
@@ -145,6 +148,7 @@ LedgerRecord recordOf(const QSqlQuery& q)
     r.run.spinSeconds = q.value(18).toDouble();
     r.run.ejectSeconds = q.value(19).toDouble();
     r.run.experimentSeconds = q.value(20).toDouble();
+    r.ledger = q.value(21).toString();
     return r;
 }
 
@@ -275,6 +279,14 @@ std::unique_ptr<LedgerStore> LedgerStore::open(const QString& database, const QS
     }
     if (!store->migrate(error))
         return nullptr;
+    // Made once with the ledger: what tells its records from those of a ledger made anew for the
+    // same instrument, which numbers from 1 again.
+    store->m_identity = store->meta(u"identity"_s);
+    if (store->m_identity.isEmpty()) {
+        store->m_identity = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        if (!store->setMeta(u"identity"_s, store->m_identity, error))
+            return nullptr;
+    }
     return store;
 }
 
@@ -336,6 +348,7 @@ bool LedgerStore::appendInTransaction(std::vector<LedgerRecord>& records, QStrin
     insert.prepare(u"INSERT INTO ledger (%1) VALUES (%2)"_s.arg(kColumns, placeholders()));
     for (LedgerRecord& record : records) {
         record.number = ++number;
+        record.ledger = m_identity;
         bind(insert, record);
         if (!run(insert, error))
             return false;
@@ -369,7 +382,7 @@ std::optional<int> LedgerStore::insert(const std::vector<LedgerRecord>& records,
     if (!transaction.begin(error))
         return std::nullopt;
     QSqlQuery insert(db);
-    insert.prepare(u"INSERT INTO ledger (%1) VALUES (%2) ON CONFLICT (instrument, record) DO NOTHING"_s
+    insert.prepare(u"INSERT INTO ledger (%1) VALUES (%2) ON CONFLICT (instrument, ledger, record) DO NOTHING"_s
                        .arg(kColumns, placeholders()));
     int added = 0;
     for (const LedgerRecord& record : records) {
@@ -415,15 +428,16 @@ std::optional<std::vector<LedgerRecord>> LedgerStore::after(qint64 number, int c
     return records;
 }
 
-std::optional<qint64> LedgerStore::heldThrough(const QString& instrument, qint64 held,
-                                              QString* error)
+std::optional<qint64> LedgerStore::heldThrough(const QString& instrument, const QString& ledger,
+                                              qint64 held, QString* error)
 {
     QSqlQuery query(QSqlDatabase::database(m_connection));
     query.setForwardOnly(true);
-    query.prepare(u"SELECT record FROM ledger WHERE instrument = ? AND record > ? "
+    query.prepare(u"SELECT record FROM ledger WHERE instrument = ? AND ledger = ? AND record > ? "
                   "ORDER BY record LIMIT 1000"_s);
     for (;;) {
         query.addBindValue(instrument);
+        query.addBindValue(ledger);
         query.addBindValue(held);
         if (!run(query, error))
             return std::nullopt;
@@ -439,15 +453,16 @@ std::optional<qint64> LedgerStore::heldThrough(const QString& instrument, qint64
     }
 }
 
-QStringList LedgerStore::instruments()
+std::vector<std::pair<QString, QString>> LedgerStore::ledgersByInstrument()
 {
     QSqlQuery query(QSqlDatabase::database(m_connection));
-    QStringList names;
-    if (query.exec(u"SELECT DISTINCT instrument FROM ledger ORDER BY instrument"_s)) {
+    std::vector<std::pair<QString, QString>> ledgers;
+    if (query.exec(u"SELECT instrument, ledger FROM ledger GROUP BY instrument, ledger "
+                   "ORDER BY MAX(ended)"_s)) {
         while (query.next())
-            names << query.value(0).toString();
+            ledgers.emplace_back(query.value(0).toString(), query.value(1).toString());
     }
-    return names;
+    return ledgers;
 }
 
 std::optional<std::vector<LedgerRecord>> LedgerStore::endedBetween(const QDateTime& from,

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <memory>
+#include <utility>
 #include <optional>
 #include <vector>
 
@@ -29,23 +30,26 @@ public:
                                              QString* error);
 
     // Adds records of this workstation, numbered on from the ledger's highest number, in one
-    // transaction; on success each record carries its number.
+    // transaction; on success each record carries its number and this ledger's identity.
     bool append(std::vector<LedgerRecord>& records, QString* error);
     // Appends records once: with the mark `key` in the same transaction, and nothing when the
     // ledger holds the mark already. For what is imported from elsewhere.
     bool appendOnce(std::vector<LedgerRecord>& records, const QString& key, QString* error);
-    // Adds records that carry their number; a record whose instrument and number are stored
-    // already changes nothing. One transaction; how many were new.
+    // Adds records that carry their number; a record whose instrument, ledger and number are
+    // stored already changes nothing. One transaction; how many were new.
     std::optional<int> insert(const std::vector<LedgerRecord>& records, QString* error);
     // The newest `count` records, oldest first.
     std::optional<std::vector<LedgerRecord>> newest(int count, QString* error);
     // At most `count` records numbered above `number`, by number: what a workstation sends on.
     std::optional<std::vector<LedgerRecord>> after(qint64 number, int count, QString* error);
-    // The highest number up to which the ledger holds every record of `instrument` from number
-    // `held` on (`held` when it holds not the next one).
-    std::optional<qint64> heldThrough(const QString& instrument, qint64 held, QString* error);
-    // Every instrument with records.
-    QStringList instruments();
+    // The highest number up to which the ledger holds every record of `instrument` from its
+    // ledger `ledger`, from number `held` on (`held` when it holds not the next one).
+    std::optional<qint64> heldThrough(const QString& instrument, const QString& ledger, qint64 held,
+                                      QString* error);
+    // Every instrument and ledger with records, the one with the latest record last.
+    std::vector<std::pair<QString, QString>> ledgersByInstrument();
+    // This ledger's identity, made with it; the records it numbers carry it.
+    QString identity() const { return m_identity; }
     // The records that ended from `from` up to before `to`, in the order they ended.
     std::optional<std::vector<LedgerRecord>> endedBetween(const QDateTime& from,
                                                           const QDateTime& to, QString* error);
@@ -64,6 +68,7 @@ private:
     bool appendInTransaction(std::vector<LedgerRecord>& records, QString* error);
 
     QString m_connection;
+    QString m_identity;
 };
 
 } // namespace spinlane

@@ -57,6 +57,7 @@ class FacilityLedgerTest : public QObject {
     QTemporaryDir m_dir;
     MosquittoBroker m_broker;
     std::map<QString, int> m_written; // records appended to each instrument's ledger
+    std::map<QString, int> m_earlier; // records of the ledgers it had before
     std::map<QString, std::unique_ptr<WebProcess>> m_instruments;
     std::unique_ptr<WebProcess> m_facility;
 
@@ -124,8 +125,10 @@ class FacilityLedgerTest : public QObject {
             qint64 count = 0;
             for (const LedgerRecord& record : all.value_or(std::vector<LedgerRecord>()))
                 count += record.instrument == instrument;
+            QString error;
+            const auto own = LedgerStore::open(ledgerOf(instrument), {}, &error);
             lines << u"%1 %2 through %3"_s.arg(instrument).arg(count).arg(
-                ledger->heldThrough(instrument, 0, nullptr).value_or(-1));
+                own ? ledger->heldThrough(instrument, own->identity(), 0, nullptr).value_or(-1) : -1);
         }
         return lines;
     }
@@ -133,7 +136,9 @@ class FacilityLedgerTest : public QObject {
     {
         QStringList lines;
         for (const QString& instrument : kInstruments)
-            lines << u"%1 %2 through %2"_s.arg(instrument).arg(m_written[instrument]);
+            lines << u"%1 %2 through %3"_s.arg(instrument)
+                         .arg(m_written[instrument] + m_earlier[instrument])
+                         .arg(m_written[instrument]);
         return lines;
     }
 
@@ -181,6 +186,16 @@ private Q_SLOTS:
         append(u"nmr600"_s, 120);
         QTest::qWait(1000);
         QVERIFY(held() != expected());
+        startInstrument(u"nmr600"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(held(), expected(), 30000);
+
+        // A new workstation for nmr600: a ledger made anew numbers from 1 again, and its records
+        // are new records all the same.
+        m_instruments[u"nmr600"_s].reset();
+        m_earlier[u"nmr600"_s] = std::exchange(m_written[u"nmr600"_s], 0);
+        for (const QString& suffix : {u""_s, u"-wal"_s, u"-shm"_s})
+            QFile::remove(ledgerOf(u"nmr600"_s) + suffix);
+        append(u"nmr600"_s, 7);
         startInstrument(u"nmr600"_s);
         QTRY_COMPARE_WITH_TIMEOUT(held(), expected(), 30000);
 

@@ -159,6 +159,7 @@ private Q_SLOTS:
 
         // Sent again, with one new record among them: only the new one lands.
         LedgerRecord fresh = item(u"Bio"_s, u"bo"_s, utc(3, 3, 9), 10);
+        fresh.ledger = first[0].ledger;
         fresh.number = 5;
         QCOMPARE(ledger->insert({first[0], first[1], fresh, first[1]}, nullptr), std::optional<int>(1));
         QCOMPARE(ledger->newest(100, nullptr)->size(), std::size_t(5));
@@ -172,10 +173,18 @@ private Q_SLOTS:
         const auto next = ledger->after(3, 2, nullptr);
         QCOMPARE(next->size(), std::size_t(2));
         QCOMPARE(next->front().number, qint64(4));
-        QCOMPARE(ledger->heldThrough(u"nmr400"_s, 0, nullptr), std::optional<qint64>(2));
-        QCOMPARE(ledger->heldThrough(u"nmr400"_s, 3, nullptr), std::optional<qint64>(6));
-        QCOMPARE(ledger->heldThrough(u"nmr600"_s, 0, nullptr), std::optional<qint64>(0));
-        QCOMPARE(ledger->instruments(), (QStringList{u"nmr400"_s, u"nmr600"_s}));
+        const QString own = ledger->identity();
+        QVERIFY(!own.isEmpty());
+        QCOMPARE(next->front().ledger, own);
+        QCOMPARE(ledger->heldThrough(u"nmr400"_s, own, 0, nullptr), std::optional<qint64>(2));
+        QCOMPARE(ledger->heldThrough(u"nmr400"_s, own, 3, nullptr), std::optional<qint64>(6));
+        QCOMPARE(ledger->heldThrough(u"nmr600"_s, own, 0, nullptr), std::optional<qint64>(0));
+        // A record of another ledger of the same instrument and number is another record.
+        LedgerRecord fromElsewhere = first[0];
+        fromElsewhere.ledger = u"another workstation's"_s;
+        QCOMPARE(ledger->insert({fromElsewhere}, nullptr), std::optional<int>(1));
+        QCOMPARE(ledger->heldThrough(u"nmr400"_s, u"another workstation's"_s, 0, nullptr),
+                 std::optional<qint64>(1));
 
         QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"peek"_s);
         db.setDatabaseName(path(u"a.ledger"_s));

@@ -121,9 +121,13 @@ void LedgerOutbox::answered(const QString& topic, const QByteArray& payload)
 {
     if (topic != facility::ledgerReceivedTopic(m_instrument))
         return;
+    // "IDENTITY NUMBER"; an answer about another ledger of this instrument (the one this
+    // workstation had before) says nothing about this one.
+    const QList<QByteArray> parts = payload.split(' ');
     bool ok = false;
-    const qint64 held = payload.toLongLong(&ok);
-    if (!ok || held < 0)
+    const qint64 held = parts.value(1).toLongLong(&ok);
+    if (parts.size() != 2 || !ok || held < 0 || !openLedger()
+        || QString::fromUtf8(parts[0]) != m_ledger->identity())
         return;
     if (!m_received || held > *m_received)
         m_sinceProgress.restart();
