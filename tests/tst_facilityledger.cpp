@@ -7,6 +7,7 @@
 #include "facility/Topics.h"
 #include "ledger/LedgerStore.h"
 #include "support/MosquittoBroker.h"
+#include "support/PostgresServer.h"
 #include "support/WebProcess.h"
 
 #include <QFile>
@@ -103,20 +104,22 @@ class FacilityLedgerTest : public QObject {
         QVERIFY2(m_instruments[name]->port, qPrintable(m_instruments[name]->errors()));
     }
 
-    void startFacility()
+    void startFacility(const QString& database = {})
     {
-        const QString config = writeConfig(u"facility"_s, u"facility"_s,
-                                           {{u"web"_s, u"Mode"_s, u"facility"_s},
-                                            {u"ledger"_s, u"Database"_s, facilityLedger()}});
+        const QString config =
+            writeConfig(u"facility"_s, u"facility"_s,
+                        {{u"web"_s, u"Mode"_s, u"facility"_s},
+                         {u"ledger"_s, u"Database"_s, database.isEmpty() ? facilityLedger() : database}});
         m_facility = std::make_unique<WebProcess>(QStringLiteral(SPINLANE_WEB), config);
         QVERIFY2(m_facility->port, qPrintable(m_facility->errors()));
     }
 
-    // Per instrument, how many records the facility holds and whether they are 1 to that many.
-    QStringList held()
+    // Per instrument, how many records the facility holds and how far it holds all of those of
+    // the instrument's present ledger.
+    QStringList held(const QString& database = {})
     {
         QString error;
-        auto ledger = LedgerStore::open(facilityLedger(), {}, &error);
+        auto ledger = LedgerStore::open(database.isEmpty() ? facilityLedger() : database, {}, &error);
         if (!ledger)
             return {error};
         QStringList lines;
@@ -132,12 +135,12 @@ class FacilityLedgerTest : public QObject {
         }
         return lines;
     }
-    QStringList expected()
+    QStringList expected(bool withEarlierLedgers = true)
     {
         QStringList lines;
         for (const QString& instrument : kInstruments)
             lines << u"%1 %2 through %3"_s.arg(instrument)
-                         .arg(m_written[instrument] + m_earlier[instrument])
+                         .arg(m_written[instrument] + (withEarlierLedgers ? m_earlier[instrument] : 0))
                          .arg(m_written[instrument]);
         return lines;
     }
@@ -228,6 +231,20 @@ private Q_SLOTS:
         QTest::qWait(500);
         QCOMPARE(held(), expected());
         forger.stop();
+    }
+
+    // A facility that starts anew on an empty database, here PostgreSQL, gets every record the
+    // workstations hold: its answer tells each instrument that it holds none of them yet.
+    void aFacilityStartedAnewGetsEverything()
+    {
+        const PostgresServer server;
+        QVERIFY2(server.error().isEmpty(), qPrintable(server.error()));
+        m_facility.reset();
+        startFacility(server.url());
+        for (const QString& name : kInstruments)
+            append(name, 3);
+        QTRY_COMPARE_WITH_TIMEOUT(held(server.url()), expected(false), 40000);
+        m_facility.reset(); // before its database goes
     }
 
     void cleanupTestCase()
