@@ -173,6 +173,23 @@ bool run(QSqlQuery& query, const QString& statement, QString* error)
     return fail(error, query.lastError().text());
 }
 
+// The records a SELECT of kColumns finds, in its order; nothing, with the reason, when it fails.
+std::optional<std::vector<LedgerRecord>> select(const QSqlDatabase& db, const QString& condition,
+                                                const QVariantList& values, QString* error)
+{
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    query.prepare(u"SELECT %1 FROM ledger %2"_s.arg(kColumns, condition));
+    for (const QVariant& value : values)
+        query.addBindValue(value);
+    if (!run(query, error))
+        return std::nullopt;
+    std::vector<LedgerRecord> records;
+    while (query.next())
+        records.push_back(recordOf(query));
+    return records;
+}
+
 // Rolls back a transaction that was not committed. SQLite's takes the write lock at once: a
 // transaction that reads before it writes could otherwise not write once another connection
 // (a report, spinlane-web) wrote in between, and would fail at once instead of waiting its turn.
@@ -398,34 +415,18 @@ std::optional<int> LedgerStore::insert(const std::vector<LedgerRecord>& records,
 
 std::optional<std::vector<LedgerRecord>> LedgerStore::newest(int count, QString* error)
 {
-    QSqlQuery query(QSqlDatabase::database(m_connection));
-    query.setForwardOnly(true);
-    query.prepare(
-        u"SELECT %1 FROM ledger ORDER BY ended DESC, record DESC LIMIT ?"_s.arg(kColumns));
-    query.addBindValue(count);
-    if (!run(query, error))
-        return std::nullopt;
-    std::vector<LedgerRecord> records;
-    while (query.next())
-        records.push_back(recordOf(query));
-    std::reverse(records.begin(), records.end());
+    auto records = select(QSqlDatabase::database(m_connection),
+                          u"ORDER BY ended DESC, record DESC LIMIT ?"_s, {count}, error);
+    if (records)
+        std::reverse(records->begin(), records->end());
     return records;
 }
 
 std::optional<std::vector<LedgerRecord>> LedgerStore::after(qint64 number, int count,
                                                             QString* error)
 {
-    QSqlQuery query(QSqlDatabase::database(m_connection));
-    query.setForwardOnly(true);
-    query.prepare(u"SELECT %1 FROM ledger WHERE record > ? ORDER BY record LIMIT ?"_s.arg(kColumns));
-    query.addBindValue(number);
-    query.addBindValue(count);
-    if (!run(query, error))
-        return std::nullopt;
-    std::vector<LedgerRecord> records;
-    while (query.next())
-        records.push_back(recordOf(query));
-    return records;
+    return select(QSqlDatabase::database(m_connection), u"WHERE record > ? ORDER BY record LIMIT ?"_s,
+                  {number, count}, error);
 }
 
 std::optional<qint64> LedgerStore::heldThrough(const QString& instrument, const QString& ledger,
@@ -469,18 +470,9 @@ std::optional<std::vector<LedgerRecord>> LedgerStore::endedBetween(const QDateTi
                                                                   const QDateTime& to,
                                                                   QString* error)
 {
-    QSqlQuery query(QSqlDatabase::database(m_connection));
-    query.setForwardOnly(true);
-    query.prepare(u"SELECT %1 FROM ledger WHERE ended >= ? AND ended < ? "
-                  "ORDER BY ended, instrument, record"_s.arg(kColumns));
-    query.addBindValue(timeText(from));
-    query.addBindValue(timeText(to));
-    if (!run(query, error))
-        return std::nullopt;
-    std::vector<LedgerRecord> records;
-    while (query.next())
-        records.push_back(recordOf(query));
-    return records;
+    return select(QSqlDatabase::database(m_connection),
+                  u"WHERE ended >= ? AND ended < ? ORDER BY ended, instrument, record"_s,
+                  {timeText(from), timeText(to)}, error);
 }
 
 } // namespace spinlane
