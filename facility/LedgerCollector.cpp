@@ -8,9 +8,9 @@
 namespace spinlane::facility {
 namespace {
 
-// Records waiting for a ledger that cannot be written are let go beyond this many: the instruments
-// send them again, since the facility's answer did not move.
-constexpr std::size_t kMostWaiting = 20000;
+// Records waiting for a ledger that cannot be written are let go beyond this many bytes of
+// messages: the instruments send them again, since the facility's answer did not move.
+constexpr qsizetype kMostWaitingBytes = 16 * 1024 * 1024;
 constexpr int kRetryMs = 3000;
 
 } // namespace
@@ -43,8 +43,9 @@ void LedgerCollector::take(const QString& topic, const QByteArray& payload)
         Q_EMIT messageRejected(topic, why);
         return;
     }
-    if (m_waiting.size() >= kMostWaiting)
+    if (m_waitingBytes + payload.size() > kMostWaitingBytes)
         return;
+    m_waitingBytes += payload.size();
     m_waiting.push_back(std::move(*record));
     // The records that came together are written in one transaction.
     if (!m_write.isActive())
@@ -76,6 +77,7 @@ void LedgerCollector::writeWaiting()
         ledgers.append({record.instrument, record.ledger});
     }
     m_waiting.clear();
+    m_waitingBytes = 0;
     for (const auto& [instrument, ledger] : ledgers)
         answer(instrument, ledger);
 }

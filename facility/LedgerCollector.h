@@ -43,6 +43,7 @@ private:
     MqttClient& m_client;
     std::unique_ptr<LedgerStore> m_ledger;
     std::vector<LedgerRecord> m_waiting; // read, not yet written
+    qsizetype m_waitingBytes = 0; // the size of their messages
     QTimer m_write;
     // Per instrument and ledger: every record up to this number is held.
     QHash<std::pair<QString, QString>, qint64> m_held;
