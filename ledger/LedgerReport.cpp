@@ -77,17 +77,6 @@ QStringList cells(const UsageReport& report, const UsageRow& row)
     return cells;
 }
 
-QByteArray csvLine(const QStringList& fields)
-{
-    QByteArrayList encoded;
-    for (const QString& field : fields)
-        encoded << csvField(field);
-    return encoded.join(',') + "\r\n";
-}
-
-// Spreadsheets take a file for UTF-8 only when it starts with the byte order mark.
-constexpr char kUtf8Mark[] = "\xEF\xBB\xBF";
-
 QJsonObject jsonRow(const UsageReport& report, const UsageRow& row)
 {
     QJsonObject object{{reportByName(report.by), row.key},
@@ -209,7 +198,7 @@ QString reportTable(const UsageReport& report)
 
 QByteArray reportCsv(const UsageReport& report)
 {
-    QByteArray csv = kUtf8Mark + csvLine(header(report));
+    QByteArray csv = kCsvUtf8Mark + csvLine(header(report));
     for (const UsageRow& row : report.rows)
         csv += csvLine(cells(report, row));
     csv += csvLine(cells(report, report.total));
@@ -231,7 +220,7 @@ QByteArray reportJson(const UsageReport& report)
 
 QByteArray recordsCsv(const std::vector<LedgerRecord>& records)
 {
-    QByteArray csv = kUtf8Mark
+    QByteArray csv = kCsvUtf8Mark
                      + csvLine({u"instrument"_s, u"record"_s, u"item_serial"_s,
                                 u"queue_number"_s, u"user_id"_s, u"organization"_s,
                                 u"sample_name"_s, u"sample_position"_s, u"solvent"_s, u"title"_s,
@@ -262,6 +251,14 @@ QByteArray csvField(const QString& text)
         || field.contains(u'\r'))
         field = u'"' + QString(field).replace(u'"', u"\"\""_s) + u'"';
     return field.toUtf8();
+}
+
+QByteArray csvLine(const QStringList& fields)
+{
+    QByteArrayList encoded;
+    for (const QString& field : fields)
+        encoded << csvField(field);
+    return encoded.join(',') + "\r\n";
 }
 
 } // namespace spinlane

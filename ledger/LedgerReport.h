@@ -5,6 +5,7 @@
 #include <QByteArray>
 #include <QHash>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 #include <vector>
@@ -71,5 +72,9 @@ QByteArray recordsCsv(const std::vector<LedgerRecord>& records);
 // One CSV field: quoted when it holds a comma, a quote or a line break; a text that a spreadsheet
 // would take for a formula (it starts with =, +, -, @ or a tab) is written with a ' before it.
 QByteArray csvField(const QString& text);
+// A line of such fields, ending in CRLF.
+QByteArray csvLine(const QStringList& fields);
+// Spreadsheets take a CSV file for UTF-8 only when it starts with the byte order mark.
+inline constexpr char kCsvUtf8Mark[] = "\xEF\xBB\xBF";
 
 } // namespace spinlane

@@ -10,6 +10,8 @@
 #include <QUuid>
 #include <QVariant>
 
+#include <map>
+
 using namespace Qt::StringLiterals;
 
 namespace spinlane {
@@ -473,6 +475,35 @@ std::optional<std::vector<LedgerRecord>> LedgerStore::endedBetween(const QDateTi
     return select(QSqlDatabase::database(m_connection),
                   u"WHERE ended >= ? AND ended < ? ORDER BY ended, instrument, record"_s,
                   {timeText(from), timeText(to)}, error);
+}
+
+// Only the four columns it needs, summed here: the hours are the report's, to the millisecond,
+// whichever database holds them.
+std::optional<std::vector<UsageCell>> LedgerStore::usageBetween(const QDateTime& from,
+                                                                const QDateTime& to, QString* error)
+{
+    QSqlQuery query(QSqlDatabase::database(m_connection));
+    query.setForwardOnly(true);
+    query.prepare(u"SELECT organization, instrument, taken_up, ended FROM ledger "
+                  "WHERE ended >= ? AND ended < ?"_s);
+    query.addBindValue(timeText(from));
+    query.addBindValue(timeText(to));
+    if (!run(query, error))
+        return std::nullopt;
+    std::map<std::pair<QString, QString>, UsageCell> cells;
+    while (query.next()) {
+        UsageCell& cell = cells[{query.value(0).toString(), query.value(1).toString()}];
+        ++cell.items;
+        cell.instrumentHours += secondsBetween(timeOf(query.value(2)), timeOf(query.value(3))) / 3600;
+    }
+    std::vector<UsageCell> usage;
+    usage.reserve(cells.size());
+    for (auto& [key, cell] : cells) {
+        cell.organization = key.first;
+        cell.instrument = key.second;
+        usage.push_back(std::move(cell));
+    }
+    return usage;
 }
 
 } // namespace spinlane

@@ -12,6 +12,15 @@
 
 namespace spinlane {
 
+// An organization's use of one instrument in a period: its items and their hours from being
+// taken up to their end.
+struct UsageCell {
+    QString organization;
+    QString instrument;
+    int items = 0;
+    double instrumentHours = 0;
+};
+
 // A ledger database: an SQLite file on a workstation or a small facility, PostgreSQL for a
 // facility. Records are never changed or removed; the schema carries a version, and opening a
 // ledger of an older version migrates it. SQLite runs in WAL mode with full sync, so a record
@@ -53,6 +62,11 @@ public:
     // The records that ended from `from` up to before `to`, in the order they ended.
     std::optional<std::vector<LedgerRecord>> endedBetween(const QDateTime& from,
                                                           const QDateTime& to, QString* error);
+
+    // What each organization used of each instrument with the items that ended from `from` up to
+    // before `to`, by organization and instrument.
+    std::optional<std::vector<UsageCell>> usageBetween(const QDateTime& from, const QDateTime& to,
+                                                       QString* error);
 
     // A value the program keeps beside the records (the schema's version, what was imported);
     // empty when there is none.
