@@ -6,9 +6,11 @@
 #include <QElapsedTimer>
 #include <QHostInfo>
 #include <QNetworkInterface>
+#include <QPointer>
 #include <QSet>
+#include <QSslConfiguration>
+#include <QSslSocket>
 #include <QTcpServer>
-#include <QTcpSocket>
 #include <QTimer>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -16,6 +18,7 @@
 #include <sys/socket.h>
 
 #include <list>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -48,35 +51,46 @@ QByteArray reasonPhrase(int status)
     switch (status) {
     case 200: return "OK";
     case 400: return "Bad Request";
+    case 401: return "Unauthorized";
     case 403: return "Forbidden";
     case 404: return "Not Found";
     case 405: return "Method Not Allowed";
+    case 413: return "Content Too Large";
+    case 415: return "Unsupported Media Type";
     case 421: return "Misdirected Request";
     case 426: return "Upgrade Required";
+    case 429: return "Too Many Requests";
     case 431: return "Request Header Fields Too Large";
+    case 503: return "Service Unavailable";
     default: return "Unknown";
     }
 }
 
 HttpReply refusal(int status, const QByteArray& why)
 {
-    return {status, "text/plain; charset=utf-8", why + '\n', true};
+    return {status, "text/plain; charset=utf-8", why + '\n', true, {}};
 }
 
 } // namespace
 
-// A connection's socket. Qt WebSockets answers a handshake with Access-Control-Allow-* headers,
-// which this server never sends: they are taken out of that one answer.
-class HttpSocket : public QTcpSocket {
-public:
-    using QTcpSocket::QTcpSocket;
+// A connection's socket, plain or TLS. Qt WebSockets answers a handshake with
+// Access-Control-Allow-* headers, which this server never sends: they are taken out of that one
+// answer. (A plain connection is a QTcpSocket: Qt WebSockets counts what it wrote to a QSslSocket
+// by its encrypted bytes, which a plain QSslSocket never reports.)
+struct HandshakeMark {
     bool handshakePending = false;
+};
+
+template <typename Socket>
+class HttpSocket : public Socket, public HandshakeMark {
+public:
+    using Socket::Socket;
 
 protected:
     qint64 writeData(const char* data, qint64 size) override
     {
         if (!handshakePending)
-            return QTcpSocket::writeData(data, size);
+            return Socket::writeData(data, size);
         handshakePending = false;
         QByteArray kept;
         for (const QByteArray& line : QByteArray(data, size).split('\n')) {
@@ -84,7 +98,7 @@ protected:
                 kept += line + '\n';
         }
         kept.chop(1);
-        return QTcpSocket::writeData(kept.constData(), kept.size()) < 0 ? -1 : size;
+        return Socket::writeData(kept.constData(), kept.size()) < 0 ? -1 : size;
     }
 };
 
@@ -93,7 +107,7 @@ protected:
 // once live, watches that the client sends little.
 class Connection : public QObject {
 public:
-    Connection(HttpSocket* socket, HttpFace::Listener* listener);
+    Connection(QTcpSocket* socket, HandshakeMark* mark, HttpFace::Listener* listener);
     ~Connection() override;
 
     void becomeLive();
@@ -108,11 +122,12 @@ private:
     void readyRead();
     void written();
     void process();
-    void answer(const HttpRequest& request);
+    void answer(const HttpRequest& request, const QByteArray& body);
     void write(const HttpRequest& request, const HttpReply& reply, bool close);
     void handOn(const HttpRequest& request, qsizetype headBytes);
 
-    HttpSocket* m_socket;
+    QTcpSocket* m_socket;
+    HandshakeMark* m_mark;
     HttpFace::Listener* m_listener;
     QHostAddress m_peer;
     quint16 m_peerPort;
@@ -121,6 +136,8 @@ private:
     bool m_closing = false;
     bool m_handedOn = false;
     bool m_live = false;
+    bool m_waiting = false; // for the handler's answer
+    bool m_inHandler = false;
     QElapsedTimer m_lastRead;
     qint64 m_budget = kLiveBurstBytes;
 };
@@ -136,6 +153,12 @@ public:
         , upgrade(std::move(upgrade))
         , webSockets(u"spinlane-web"_s, QWebSocketServer::NonSecureMode)
     {
+        if (!limits.certificate.isNull() && !limits.key.isNull()) {
+            tls = QSslConfiguration::defaultConfiguration();
+            tls->setLocalCertificate(limits.certificate);
+            tls->setPrivateKey(limits.key);
+            tls->setPeerVerifyMode(QSslSocket::VerifyNone);
+        }
         setMaxPendingConnections(std::max(30, limits.maxConnections));
         webSockets.setHandshakeTimeout(limits.idleSeconds * 1000);
         connect(&webSockets, &QWebSocketServer::newConnection, this, [this] {
@@ -166,11 +189,21 @@ public:
     std::list<Connection*> connections;
     QSet<QByteArray> hosts;
     QWebSocketServer webSockets;
+    std::optional<QSslConfiguration> tls;
 
 protected:
     void incomingConnection(qintptr descriptor) override
     {
-        auto* socket = new HttpSocket(this);
+        QTcpSocket* socket = nullptr;
+        HandshakeMark* mark = nullptr;
+        if (tls) {
+            auto* secure = new HttpSocket<QSslSocket>(this);
+            secure->setSslConfiguration(*tls);
+            std::tie(socket, mark) = std::pair(secure, secure);
+        } else {
+            auto* plain = new HttpSocket<QTcpSocket>(this);
+            std::tie(socket, mark) = std::pair(plain, plain);
+        }
         if (!socket->setSocketDescriptor(descriptor)) {
             delete socket;
             return;
@@ -180,12 +213,14 @@ protected:
             delete socket;
             return;
         }
-        // A request's head fits in the buffer; the system's buffers hold back the rest.
-        socket->setReadBufferSize(limits.maxRequestBytes + 1024);
+        // A request's head and body fit in the buffer; the system's buffers hold back the rest.
+        socket->setReadBufferSize(limits.maxRequestBytes + limits.maxBodyBytes + 1024);
         // Each answer is written whole at once: its last segment need not wait for the client's
         // delayed acknowledgement of the one before (about 40 ms).
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        new Connection(socket, this);
+        new Connection(socket, mark, this);
+        if (tls)
+            static_cast<QSslSocket*>(socket)->startServerEncryption();
     }
 
 private:
@@ -204,9 +239,10 @@ private:
     }
 };
 
-Connection::Connection(HttpSocket* socket, HttpFace::Listener* listener)
+Connection::Connection(QTcpSocket* socket, HandshakeMark* mark, HttpFace::Listener* listener)
     : QObject(socket)
     , m_socket(socket)
+    , m_mark(mark)
     , m_listener(listener)
     , m_peer(socket->peerAddress())
     , m_peerPort(socket->peerPort())
@@ -274,7 +310,8 @@ void Connection::written()
 void Connection::process()
 {
     const int most = m_listener->limits.maxRequestBytes;
-    while (!m_closing && !m_handedOn && m_socket->bytesToWrite() < HttpLimits::kMaxUnsentBytes) {
+    while (!m_closing && !m_handedOn && !m_waiting
+           && m_socket->bytesToWrite() < HttpLimits::kMaxUnsentBytes) {
         const QByteArray head = m_socket->peek(most + 4);
         const qsizetype end = head.indexOf("\r\n\r\n");
         if (end < 0 || end + 4 > most) {
@@ -288,16 +325,23 @@ void Connection::process()
             handOn(request, end + 4);
             return;
         }
+        // A body the server takes is read with its head; any other is refused below unread.
+        const qint64 bodyBytes = request.method == "POST" && !request.transferEncoding
+                                         && request.contentLength <= m_listener->limits.maxBodyBytes
+                                     ? request.contentLength
+                                     : 0;
+        if (m_socket->bytesAvailable() < end + 4 + bodyBytes)
+            return;
         m_socket->read(end + 4);
         m_idle.start();
-        answer(request);
+        answer(request, m_socket->read(bodyBytes));
     }
-    if (!m_closing && !m_handedOn && !m_drain.isActive()
+    if (!m_closing && !m_handedOn && !m_waiting && !m_drain.isActive()
         && m_socket->bytesToWrite() >= HttpLimits::kMaxUnsentBytes)
         m_drain.start();
 }
 
-void Connection::answer(const HttpRequest& request)
+void Connection::answer(const HttpRequest& request, const QByteArray& body)
 {
     if (!request.problem.isEmpty())
         return write(request, refusal(400, "Bad request: " + request.problem + '.'), true);
@@ -306,12 +350,33 @@ void Connection::answer(const HttpRequest& request)
         return write(request, refusal(request.absoluteUri ? 400 : 421,
                                       "This server does not serve that host."), true);
     const bool getOrHead = request.method == "GET" || request.method == "HEAD";
-    if (request.hasBody)
+    const bool post = request.method == "POST" && m_listener->limits.maxBodyBytes > 0;
+    if (request.hasBody && !post)
         return write(request, refusal(getOrHead ? 400 : 405, "Requests have no body here."),
                      true);
-    if (!getOrHead)
+    if (request.transferEncoding)
+        return write(request, refusal(400, "A body needs its Content-Length."), true);
+    if (request.contentLength > m_listener->limits.maxBodyBytes)
+        return write(request, refusal(413, "The body is too large."), true);
+    if (!getOrHead && !post)
         return write(request, refusal(405, "Only GET and HEAD are served."), !request.keepAlive);
-    write(request, m_listener->handler(request.path), !request.keepAlive);
+    // The answer may come later (a password to check): nothing more is read until it has.
+    m_waiting = true;
+    m_idle.stop();
+    QPointer<Connection> self(this);
+    const HttpRequest asked = request;
+    m_inHandler = true;
+    m_listener->handler(
+        {request, body, m_peer, m_listener->tls.has_value()}, [self, asked](const HttpReply& reply) {
+            if (!self || !self->m_waiting)
+                return;
+            self->m_waiting = false;
+            self->m_idle.start();
+            self->write(asked, reply, !asked.keepAlive);
+            if (!self->m_inHandler) // otherwise the loop that called the handler goes on
+                self->process();
+        });
+    m_inHandler = false;
 }
 
 void Connection::write(const HttpRequest& request, const HttpReply& reply, bool close)
@@ -325,7 +390,10 @@ void Connection::write(const HttpRequest& request, const HttpReply& reply, bool 
                         "Cache-Control: "
                       + (reply.noStore ? "no-store" : "no-cache") + "\r\n";
     if (reply.status == 405)
-        head += "Allow: GET, HEAD\r\n";
+        head += m_listener->limits.maxBodyBytes > 0 ? "Allow: GET, HEAD, POST\r\n"
+                                                   : "Allow: GET, HEAD\r\n";
+    for (const auto& [name, value] : reply.headers)
+        head += name + ": " + value + "\r\n";
     if (close)
         head += "Connection: close\r\n";
     else if (request.http10)
@@ -355,7 +423,7 @@ void Connection::handOn(const HttpRequest& request, qsizetype headBytes)
         }
     }
     // Qt WebSockets reads the handshake from the socket itself.
-    m_socket->handshakePending = true;
+    m_mark->handshakePending = true;
     m_handedOn = true;
     // From here the socket belongs to Qt WebSockets, which ends it.
     disconnect(m_socket, &QTcpSocket::disconnected, m_socket, &QObject::deleteLater);

@@ -2,7 +2,10 @@
 
 #include <QByteArray>
 #include <QHostAddress>
+#include <QList>
 #include <QObject>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QStringList>
 
 #include <functional>
@@ -10,8 +13,9 @@
 
 class QWebSocket;
 
-// The HTTP side of spinlane-web: it listens, reads each request itself (strict HTTP/1.1, GET and
-// HEAD only, no bodies), answers only the host names it serves, adds the security headers and
+// The HTTP side of spinlane-web: it listens, over TLS when it has a certificate, reads each
+// request itself (strict HTTP/1.1; GET and HEAD, and POST with a small body where the server
+// takes one), answers only the host names it serves, adds the security headers and
 // hands WebSocket upgrades from its own origin to Qt WebSockets. Every connection is bounded: a
 // request's size, its unsent answers (a connection that does not read is not read either, and is
 // closed when its answers do not drain), the time between requests, the number of connections.
@@ -24,6 +28,11 @@ struct HttpLimits {
     // Host names, besides the listen address, localhost and this machine's names and addresses,
     // that a request may name (a proxy's, a DNS alias).
     QStringList allowedHosts;
+    // The largest body a POST may carry; no POST at all when 0.
+    int maxBodyBytes = 0;
+    // With both, every connection is TLS.
+    QSslCertificate certificate;
+    QSslKey key;
     // Unsent answers above which a connection's next request waits, and the time they have to
     // drain before the connection is closed.
     static constexpr qint64 kMaxUnsentBytes = 256 * 1024;
@@ -35,12 +44,25 @@ struct HttpReply {
     QByteArray contentType;
     QByteArray body;
     bool noStore = true; // Cache-Control: no-store; otherwise no-cache
+    QList<std::pair<QByteArray, QByteArray>> headers; // more, such as Set-Cookie
+};
+
+struct HttpRequest;
+
+// A request as the server's handler sees it.
+struct HttpCall {
+    const HttpRequest& request;
+    QByteArray body;
+    QHostAddress peer;
+    bool encrypted = false;
 };
 
 class HttpFace : public QObject {
     Q_OBJECT
 public:
-    using Handler = std::function<HttpReply(const QString& path)>;
+    // Gives a request's answer, now or later; the connection reads no further request until then.
+    using Respond = std::function<void(const HttpReply& reply)>;
+    using Handler = std::function<void(const HttpCall& call, const Respond& respond)>;
     // Takes a WebSocket that asked for `path`; it is closed unless the callee keeps it.
     using Upgrade = std::function<void(std::unique_ptr<QWebSocket> socket)>;
 

@@ -122,9 +122,15 @@ HttpRequest parseHttpRequest(QByteArrayView head)
             const qint64 length = value.toLongLong(&ok);
             if (!ok || length < 0 || value.startsWith('+'))
                 return refuse("a Content-Length that is not a number");
+            request.contentLength = length;
             request.hasBody = request.hasBody || length > 0;
         } else if (name == "transfer-encoding") {
             request.hasBody = true;
+            request.transferEncoding = true;
+        } else if (name == "content-type") {
+            request.contentType = value.split(';').first().trimmed().toLower();
+        } else if (name == "cookie") {
+            request.cookie = value;
         } else if (name == "connection") {
             connection += value + ',';
         } else if (name == "upgrade") {

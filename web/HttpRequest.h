@@ -19,6 +19,10 @@ struct HttpRequest {
     bool keepAlive = true; // otherwise the connection ends after the answer
     bool upgradeToWebSocket = false;
     bool hasBody = false; // a Content-Length above 0 or any Transfer-Encoding
+    bool transferEncoding = false; // a body of unknown length, never read here
+    qint64 contentLength = 0;
+    QByteArray contentType; // lower case, without parameters
+    QByteArray cookie; // the Cookie header as sent
     QByteArray problem; // why the request is refused with 400; empty when it is well formed
 };
 

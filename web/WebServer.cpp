@@ -1,6 +1,7 @@
 #include "web/WebServer.h"
 
 #include "facility/FacilityModel.h"
+#include "web/HttpRequest.h"
 #include "web/InstrumentJson.h"
 #include "web/Metrics.h"
 
@@ -48,7 +49,7 @@ const QString kUserItemsPath = u"/api/v1/instrument/users/"_s;
 
 HttpReply text(int status, const QByteArray& body)
 {
-    return {status, "text/plain; charset=utf-8", body, true};
+    return {status, "text/plain; charset=utf-8", body, true, {}};
 }
 
 } // namespace
@@ -58,8 +59,10 @@ WebServer::WebServer(const WebSettings& settings, const QDBusConnection& bus, QO
     , m_settings(settings)
     , m_mirror(bus)
     , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds,
-              settings.allowedHosts},
-             [this](const QString& path) { return answer(path); },
+              settings.allowedHosts, 0, settings.certificate, settings.key},
+             [this](const HttpCall& call, const HttpFace::Respond& respond) {
+                 respond(answer(call.request.path));
+             },
              [this](std::unique_ptr<QWebSocket> socket) { m_live.take(std::move(socket)); })
     , m_live(settings.maxLiveClients, settings.liveStallSeconds)
 {
@@ -110,11 +113,11 @@ void WebServer::statusChanged()
 HttpReply WebServer::answer(const QString& path) const
 {
     if (path == u"/api/v1/instrument"_s)
-        return {200, "application/json", m_instrument, true};
+        return {200, "application/json", m_instrument, true, {}};
     if (path.startsWith(kUserItemsPath)) {
         const QString user = path.mid(kUserItemsPath.size());
         return {200, "application/json",
-                QJsonDocument(userItemsJson(m_mirror, user)).toJson(QJsonDocument::Compact), true};
+                QJsonDocument(userItemsJson(m_mirror, user)).toJson(QJsonDocument::Compact), true, {}};
     }
     if (path == u"/metrics"_s) {
         const MetricsInput input{m_mirror.state(),         m_settings.instrument,
@@ -123,7 +126,7 @@ HttpReply WebServer::answer(const QString& path) const
         QByteArray text = metricsText(input);
         if (m_publisher)
             text += brokerMetric(m_settings.instrument, m_publisher->isDelivering());
-        return {200, "text/plain; version=0.0.4; charset=utf-8", text, true};
+        return {200, "text/plain; version=0.0.4; charset=utf-8", text, true, {}};
     }
     if (path == u"/healthz"_s) {
         QByteArray health = m_mirror.state().spinlane ? "ok" : "ok (Spinlane is not running)";
@@ -138,7 +141,7 @@ HttpReply WebServer::answer(const QString& path) const
         return text(426, "The live channel is a WebSocket.\n");
     for (const PageFile& file : kPageFiles) {
         if (path == QLatin1StringView(file.path))
-            return {200, file.type, resource(file.resource), false};
+            return {200, file.type, resource(file.resource), false, {}};
     }
     return text(404, "Not found.\n");
 }
