@@ -27,6 +27,8 @@ public:
     LedgerCollector(MqttClient& client, std::unique_ptr<LedgerStore> ledger,
                     QObject* parent = nullptr);
 
+    // The facility's ledger, for its reports.
+    LedgerStore& ledger() { return *m_ledger; }
     quint64 storedRecords() const { return m_stored; } // new records written
     quint64 rejectedMessages() const { return m_rejected; }
     // Why the ledger cannot be written now; empty while it can.

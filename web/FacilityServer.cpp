@@ -1,5 +1,8 @@
 #include "web/FacilityServer.h"
 
+#include "web/HttpRequest.h"
+#include "web/UsageView.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,33 +10,47 @@
 
 using namespace Qt::StringLiterals;
 
-static void registerFacilityPage() { Q_INIT_RESOURCE(page); }
+static void registerFacilityPage()
+{
+    Q_INIT_RESOURCE(page);
+    Q_INIT_RESOURCE(chart);
+}
 
 namespace spinlane::web {
 namespace {
 
 const QString kInstrumentPrefix = u"/api/v1/facility/instruments/"_s;
 const QString kSamplesPrefix = u"/api/v1/facility/samples/"_s;
+const QString kUsagePrefix = u"/api/v1/facility/usage/"_s;
+const QString kLoginPath = u"/api/v1/login"_s;
+const QString kLogoutPath = u"/api/v1/logout"_s;
+// A login's body: {"user","password"}.
+constexpr int kMaxLoginBytes = 1024;
 
-HttpReply json(const QByteArray& body) { return {200, "application/json", body, true}; }
+HttpReply json(const QByteArray& body) { return {200, "application/json", body, true, {}}; }
 HttpReply text(int status, const QByteArray& body)
 {
-    return {status, "text/plain; charset=utf-8", body, true};
+    return {status, "text/plain; charset=utf-8", body, true, {}};
 }
 HttpReply pageFile(const QString& resource, const char* type)
 {
     QFile file(resource);
-    return {200, type, file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), false};
+    return {200, type, file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), false, {}};
 }
+
+// Usage is shown only where nobody on the way reads it: over TLS, or to this machine, where a
+// reverse proxy that holds the TLS passes it on.
+bool privateEnough(const HttpCall& call) { return call.encrypted || call.peer.isLoopback(); }
 
 } // namespace
 
 FacilityServer::FacilityServer(const WebSettings& settings, QObject* parent)
     : QObject(parent)
     , m_settings(settings)
+    , m_login(settings.managersFile)
     , m_http({settings.maxConnections, settings.maxRequestBytes, settings.idleSeconds,
-              settings.allowedHosts},
-             [this](const QString& path) { return answer(path); },
+              settings.allowedHosts, kMaxLoginBytes, settings.certificate, settings.key},
+             [this](const HttpCall& call, const HttpFace::Respond& respond) { serve(call, respond); },
              [this](std::unique_ptr<QWebSocket> socket) { m_live.take(std::move(socket)); })
     , m_live(settings.maxLiveClients, settings.liveStallSeconds)
 {
@@ -102,6 +119,55 @@ void FacilityServer::send()
                                   + '}'));
 }
 
+void FacilityServer::serve(const HttpCall& call, const HttpFace::Respond& respond)
+{
+    const QString& path = call.request.path;
+    const bool post = call.request.method == "POST";
+    if (path == kLoginPath || path == kLogoutPath) {
+        if (!post)
+            return respond(text(405, "Log in and out with POST.\n"));
+        if (!privateEnough(call))
+            return respond(text(403, "Managers log in over HTTPS only.\n"));
+        if (path == kLoginPath)
+            return m_login.logIn(call, respond);
+        return respond(m_login.logOut(call));
+    }
+    if (post)
+        return respond(text(405, "Only GET and HEAD are served here.\n"));
+    if (path.startsWith(kUsagePrefix))
+        return respond(usage(call));
+    respond(answer(path));
+}
+
+HttpReply FacilityServer::usage(const HttpCall& call)
+{
+    if (!privateEnough(call))
+        return text(403, "Usage is served over HTTPS only.\n");
+    if (!m_login.managerOf(call.request))
+        return text(401, "Log in as a facility manager to see the usage.\n");
+    if (!m_ledgerCollector)
+        return text(503, "The facility's ledger is not open.\n");
+    QString month = call.request.path.mid(kUsagePrefix.size());
+    const bool csv = month.endsWith(u".csv"_s);
+    if (csv)
+        month.chop(4);
+    const std::optional<QDate> first = parseMonth(month);
+    if (!first)
+        return text(404, "Not a month: YYYY-MM.\n");
+    QString error;
+    LedgerStore& ledger = m_ledgerCollector->ledger();
+    const std::optional<QByteArray> body =
+        csv ? usageCsv(ledger, *first, &error) : usageJson(ledger, *first, &error);
+    if (!body)
+        return text(503, "The facility's ledger cannot be read: " + error.toUtf8() + '\n');
+    if (!csv)
+        return json(*body);
+    HttpReply reply{200, "text/csv; charset=utf-8", *body, true, {}};
+    reply.headers.append({"Content-Disposition",
+                          "attachment; filename=\"spinlane-usage-" + month.toLatin1() + ".csv\""});
+    return reply;
+}
+
 HttpReply FacilityServer::answer(const QString& path) const
 {
     using Detail = facility::FacilityModel::Detail;
@@ -116,7 +182,7 @@ HttpReply FacilityServer::answer(const QString& path) const
     if (path.startsWith(kSamplesPrefix))
         return json(m_model.samplesJson(path.mid(kSamplesPrefix.size())));
     if (path == u"/metrics"_s)
-        return {200, "text/plain; version=0.0.4; charset=utf-8", m_model.metricsText(), true};
+        return {200, "text/plain; version=0.0.4; charset=utf-8", m_model.metricsText(), true, {}};
     if (path == u"/healthz"_s)
         return text(200, m_model.client().isConnected()
                              ? QByteArray("ok\n")
@@ -137,6 +203,12 @@ HttpReply FacilityServer::answer(const QString& path) const
         return pageFile(u":/spinlane-web/common.js"_s, "text/javascript; charset=utf-8");
     if (path == u"/facility.js"_s)
         return pageFile(u":/spinlane-web/facility.js"_s, "text/javascript; charset=utf-8");
+    if (path == u"/usage"_s)
+        return pageFile(u":/spinlane-web/usage.html"_s, "text/html; charset=utf-8");
+    if (path == u"/usage.js"_s)
+        return pageFile(u":/spinlane-web/usage.js"_s, "text/javascript; charset=utf-8");
+    if (path == u"/chart.min.js"_s)
+        return pageFile(u":/spinlane-web/chart.min.js"_s, "text/javascript; charset=utf-8");
     return text(404, "Not found.\n");
 }
 

@@ -4,6 +4,7 @@
 #include "facility/LedgerCollector.h"
 #include "web/HttpFace.h"
 #include "web/LiveChannel.h"
+#include "web/ManagerLogin.h"
 #include "web/WebSettings.h"
 
 #include <QTimer>
@@ -18,6 +19,10 @@
 //   /api/v1/facility/samples/USER        "my samples": USER's items not done, soonest first
 //   /api/v1/live                         {"seq","facility"}: the summary, whole, after every
 //                                        change (the changes of one moment give one message)
+// and, for the facility's managers only, over TLS or from this machine (a reverse proxy):
+//   POST /api/v1/login, /api/v1/logout   {"user","password"} -> a session cookie
+//   /api/v1/facility/usage/YYYY-MM[.csv] hours per organization and instrument in that month
+//   /usage                               the page that shows them
 namespace spinlane::web {
 
 class FacilityServer : public QObject {
@@ -31,6 +36,8 @@ public:
     facility::FacilityModel& model() { return m_model; }
 
 private:
+    void serve(const HttpCall& call, const HttpFace::Respond& respond);
+    HttpReply usage(const HttpCall& call);
     void startLedgerCollector();
     void sendSoon();
     void send();
@@ -38,6 +45,7 @@ private:
     WebSettings m_settings;
     facility::FacilityModel m_model;
     std::unique_ptr<facility::LedgerCollector> m_ledgerCollector; // none when its database fails
+    ManagerLogin m_login;
     qint64 m_seq = 0;
     QTimer m_soon;
     HttpFace m_http;

@@ -2,8 +2,10 @@
 
 #include "core/ProfileFile.h"
 #include "core/ProgramSettings.h"
+#include "web/ManagerAccounts.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QHostInfo>
 #include <QRegularExpression>
@@ -77,6 +79,38 @@ bool parseListen(const QString& text, QHostAddress* address, quint16* port)
 
 namespace {
 
+// The certificate and its key from CertFile= and KeyFile=: both or neither, the key readable by
+// its owner only.
+std::optional<QString> readTls(QSettings& ini, const QString& path, WebSettings* settings)
+{
+    const QString certFile = textOf(ini.value(u"CertFile"_s)).trimmed();
+    const QString keyFile = textOf(ini.value(u"KeyFile"_s)).trimmed();
+    const auto fail = [&](const QString& key, const QString& why) {
+        return std::optional<QString>(path + u": [web] "_s + key + u": "_s + why);
+    };
+    if (certFile.isEmpty() != keyFile.isEmpty())
+        return fail(certFile.isEmpty() ? u"CertFile"_s : u"KeyFile"_s,
+                    u"HTTPS needs both CertFile and KeyFile"_s);
+    if (certFile.isEmpty())
+        return std::nullopt;
+    const QList<QSslCertificate> certificates = QSslCertificate::fromPath(certFile);
+    if (certificates.isEmpty())
+        return fail(u"CertFile"_s, certFile + u" holds no PEM certificate"_s);
+    settings->certificate = certificates.first();
+    QFile key(keyFile);
+    if (!key.open(QIODevice::ReadOnly))
+        return fail(u"KeyFile"_s, keyFile + u" cannot be read"_s);
+    if (QFileInfo(keyFile).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther))
+        return fail(u"KeyFile"_s, keyFile + u" is readable by others: chmod 600 "_s + keyFile);
+    const QByteArray pem = key.readAll();
+    for (const QSsl::KeyAlgorithm algorithm : {QSsl::Rsa, QSsl::Ec, QSsl::Opaque}) {
+        settings->key = QSslKey(pem, algorithm);
+        if (!settings->key.isNull())
+            return std::nullopt;
+    }
+    return fail(u"KeyFile"_s, keyFile + u" holds no PEM private key (RSA or EC)"_s);
+}
+
 // The [ledger] section over the defaults; the reason when it holds what it should not.
 std::optional<QString> readLedgerSettings(QSettings& ini, const QString& path, WebSettings* settings)
 {
@@ -119,6 +153,7 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     settings.ledgerFile = QFileInfo(defaultSettingsPath()).dir().filePath(u"Spinlane.ledger"_s);
     settings.ledgerDatabase = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
                               + u"/spinlane/facility.ledger"_s;
+    settings.managersFile = defaultManagersPath();
     if (!file.exists())
         return settings;
     if (!file.isReadable()) {
@@ -146,7 +181,8 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     }
     ini.beginGroup(kSection);
     QStringList known{u"Mode"_s, u"Instrument"_s, u"Listen"_s, u"HideSampleNames"_s,
-                      u"HideUsers"_s, u"AllowedHosts"_s};
+                      u"HideUsers"_s, u"AllowedHosts"_s, u"CertFile"_s, u"KeyFile"_s,
+                      u"Managers"_s};
     for (const Number& number : kNumbers)
         known.append(QLatin1StringView(number.key));
     for (const QString& key : ini.childKeys()) {
@@ -188,6 +224,15 @@ std::optional<WebSettings> readWebSettings(const QString& path, QString* error)
     }
     if (settings.maxLiveClients > settings.maxConnections)
         return fail(u"MaxLiveClients"_s, u"more than MaxConnections"_s);
+    if (ini.contains(u"Managers"_s)) {
+        settings.managersFile = textOf(ini.value(u"Managers"_s)).trimmed();
+        if (settings.managersFile.isEmpty())
+            return fail(u"Managers"_s, u"needs a path"_s);
+    }
+    if (const auto tlsFailure = readTls(ini, path, &settings)) {
+        *error = *tlsFailure;
+        return std::nullopt;
+    }
     if (ini.contains(u"Mode"_s)) {
         const QString mode = textOf(ini.value(u"Mode"_s)).trimmed().toLower();
         if (mode == u"facility"_s)

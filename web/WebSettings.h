@@ -3,6 +3,8 @@
 #include "facility/BrokerSettings.h"
 
 #include <QHostAddress>
+#include <QSslCertificate>
+#include <QSslKey>
 #include <QString>
 #include <QStringList>
 
@@ -27,6 +29,12 @@ struct WebSettings {
     // Host names that requests may name besides the listen address, localhost and the machine's
     // own names and addresses: a reverse proxy's, a DNS alias.
     QStringList allowedHosts;
+    // With both (CertFile= and KeyFile=, read at start), the page and the API are served over
+    // HTTPS only.
+    QSslCertificate certificate;
+    QSslKey key;
+    // The facility managers who may see the usage page.
+    QString managersFile;
     // Limits, so that stuck or hostile clients cannot take the service down.
     int maxConnections = 512; // open connections of every kind
     int maxLiveClients = 256; // of them, live channels
