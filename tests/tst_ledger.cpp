@@ -361,6 +361,21 @@ private Q_SLOTS:
         QCOMPARE(postgres->insert(records, &error), std::optional<int>(int(records.size())));
         QCOMPARE(postgres->insert(records, &error), std::optional<int>(0)); // sent again
         QCOMPARE(*postgres->newest(100, nullptr), *sqlite->newest(100, nullptr));
+        // The usage view's sums for February in Berlin: the report's hours (see monthlyReport),
+        // by instrument too, from both databases.
+        const QDateTime february(QDate(2026, 1, 31), QTime(23, 0), Qt::UTC);
+        const QDateTime march(QDate(2026, 2, 28), QTime(23, 0), Qt::UTC);
+        for (LedgerStore* store : {sqlite.get(), postgres.get()}) {
+            const auto usage = store->usageBetween(february, march, &error);
+            QVERIFY2(usage, qPrintable(error));
+            QStringList cells;
+            for (const UsageCell& cell : *usage)
+                cells << u"%1 %2 %3 %4"_s.arg(cell.organization, cell.instrument)
+                             .arg(cell.items)
+                             .arg(cell.instrumentHours, 0, 'f', 4);
+            QCOMPARE(cells, (QStringList{u"Acme, \"Ltd\" nmr400 1 0.0500"_s,
+                                         u"Chem nmr400 3 2.6000"_s}));
+        }
         postgres.reset();
         // Opened again, the schema is there and current.
         postgres = LedgerStore::open(server.url(), {}, &error);

@@ -403,6 +403,9 @@ void Connection::write(const HttpRequest& request, const HttpReply& reply, bool 
         m_socket->write(reply.body);
     if (close) {
         m_closing = true;
+        // What the client sent beyond this request goes unread: dropped here rather than left to
+        // make the system reset the connection before the client has read the answer.
+        m_socket->readAll();
         m_socket->disconnectFromHost();
     }
 }

@@ -23,7 +23,7 @@ WebProcess::WebProcess(const QString& program, const QString& config, const QStr
                                  + more);
     if (!waitForError(u"/\n"_s))
         return;
-    static const QRegularExpression at(u"at http://127\\.0\\.0\\.1:(\\d+)/"_s);
+    static const QRegularExpression at(u"at https?://127\\.0\\.0\\.1:(\\d+)/"_s);
     port = quint16(at.match(errors()).captured(1).toUInt());
 }
 
