@@ -37,7 +37,8 @@ build=true
 
 if $build; then
   bash scripts/install-packages.sh build-essential cmake qt6-base-dev dbus fonts-dejavu-core \
-    qt6-websockets-dev prometheus-cpp-dev libmosquitto-dev libssl-dev pkg-config libqt6sql6-sqlite
+    qt6-websockets-dev prometheus-cpp-dev libmosquitto-dev libssl-dev pkg-config libqt6sql6-sqlite \
+    libjs-chart.js
   cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
   cmake --build build -j"$(nproc)" --target spinlane spinlane-labsim spinlane-status spinlane-web \
     spinlane-ini spinlane-ledger spinlane-adapter spinlane-screenshots run_queue_on_lab
