@@ -2,16 +2,21 @@
 """The facility page in a real browser (headless Chromium): two instruments publishing through a
 real mosquitto with the shipped access list, spinlane-web in facility mode. The cards, one
 instrument's queue on a click, "my samples" across both instruments soonest first, and an
-instrument killed with SIGKILL shown offline through its last will, never as running.
+instrument killed with SIGKILL shown offline through its last will, never as running. Then the
+usage page: nothing without a login, a wrong password refused, and the manager's month as a
+chart, a table and a downloaded CSV.
 
     facility_browser.py SPINLANE-WEB FACILITY-PUBLISHER ACL-FILE [SCREENSHOT-FOLDER]
 """
 
+import csv
+import datetime
 import json
 import os
 import re
 import signal
 import socket
+import sqlite3
 import subprocess
 import sys
 import tempfile
@@ -47,6 +52,105 @@ def state(name, run_state, start_minute, users):
 def write_private(path, text):
     with open(os.open(path, os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600), "w") as f:
         f.write(text)
+
+
+MANAGER_PASSWORD = "a long enough secret"
+
+
+def add_ledger_records(ledger):
+    """Three items that ended a minute ago, of two organizations on two instruments, written into
+    the facility's ledger beside the running spinlane-web."""
+    now = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(minutes=1)
+    stamp = lambda t: t.strftime("%Y-%m-%dT%H:%M:%S.000Z")
+    rows = []
+    for n, (instrument, organization, minutes) in enumerate(
+            [("nmr400", "Chemistry", 90), ("nmr600", "Chemistry", 30),
+             ("nmr400", 'Acme, "Ltd" Ünï', 60)], 1):
+        rows.append((instrument, "L1", n, "SN%d" % n, n, "ann", organization, "S%d" % n, n,
+                     "CDCl3", "PROTON", "/data/%d.kvd" % n,
+                     stamp(now - datetime.timedelta(minutes=minutes)), stamp(now), "Done",
+                     "Changer", 1, 1, 20, 5, 20, minutes * 60 - 60))
+    with sqlite3.connect(ledger, timeout=10) as db:
+        db.executemany("INSERT INTO ledger (instrument, ledger, record, item_serial, "
+                       "queue_number, user_id, organization, sample_name, sample_position, "
+                       "solvent, title, data_file, taken_up, ended, outcome, mode, loaded, "
+                       "ejected, load_seconds, spin_seconds, eject_seconds, experiment_seconds) "
+                       "VALUES (%s)" % ",".join("?" * 22), rows)
+    return now.astimezone().strftime("%Y-%m")
+
+
+def usage_page(driver, base, ledger, folder, screenshots):
+    from selenium.webdriver.common.by import By
+    month = add_ledger_records(ledger)
+    downloads = os.path.join(folder, "downloads")
+    os.makedirs(downloads)
+    driver.execute_cdp_cmd("Browser.setDownloadBehavior",
+                           {"behavior": "allow", "downloadPath": downloads})
+    driver.set_window_size(1280, 1000)
+    status_of = lambda path: driver.execute_async_script(
+        "fetch(arguments[0]).then(r => arguments[1](r.status))", path)
+    shown = lambda element_id: driver.find_element(By.ID, element_id).is_displayed()
+    table = lambda: [[c.get_attribute("textContent") for c in row.find_elements(By.CSS_SELECTOR, "td, th")]
+                     for row in driver.find_elements(By.CSS_SELECTOR, "#usageTable tr")]
+
+    # Without a login: the form, no figures, and the API says 401.
+    driver.get(base + "/usage")
+    until("the login form", lambda: shown("login") and not shown("usage"))
+    assert table() == [[], []], table()
+    assert status_of("/api/v1/facility/usage/" + month) == 401
+
+    def log_in(password):
+        driver.find_element(By.ID, "user").clear()
+        driver.find_element(By.ID, "user").send_keys("boss")
+        driver.find_element(By.ID, "password").send_keys(password)
+        driver.find_element(By.ID, "logIn").click()
+
+    log_in("not the password")
+    problem = lambda: driver.find_element(By.ID, "loginProblem").get_attribute("textContent")
+    until("the refusal", lambda: problem() == "Wrong user name or password.\n")
+    assert not shown("usage")
+
+    # The failure holds the next attempt back for a second: until then the page says so.
+    def logged_in():
+        if shown("usage"):
+            return True
+        log_in(MANAGER_PASSWORD)
+        until("an answer", lambda: shown("usage") or problem().startswith("Too many"), 5)
+        return shown("usage")
+    until("logged in", logged_in, 10)
+    until("the month's table", lambda: table() == [
+        ["Organization", "nmr400", "nmr600", "Total"],
+        ["Chemistry", "1.50", "0.50", "2.00"],
+        ['Acme, "Ltd" Ünï', "1.00", "", "1.00"],
+        ["Total", "2.50", "0.50", "3.00"]])
+    assert driver.find_element(By.ID, "totals").text == "3 items, 3.00 instrument hours"
+    chart = driver.execute_script(
+        "const chart = Chart.getChart('chart');"
+        "const canvas = document.getElementById('chart');"
+        "const pixels = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;"
+        "let painted = 0; for (let i = 3; i < pixels.length; i += 4) painted += pixels[i] > 0;"
+        "return {labels: chart.data.labels, stacks: chart.data.datasets.map(d => [d.label, d.data]),"
+        "        painted: painted, stacked: chart.options.scales.x.stacked};")
+    assert chart["labels"] == ["Chemistry", 'Acme, "Ltd" Ünï'], chart
+    assert chart["stacks"] == [["nmr400", [1.5, 1]], ["nmr600", [0.5, 0]]], chart
+    assert chart["stacked"] and chart["painted"] > 1000, chart
+    if screenshots:
+        driver.save_screenshot(os.path.join(screenshots, "facility-usage.png"))
+
+    driver.find_element(By.ID, "download").click()
+    csv_file = os.path.join(downloads, "spinlane-usage-%s.csv" % month)
+    until("the download", lambda: os.path.exists(csv_file), 15)
+    with open(csv_file, encoding="utf-8-sig", newline="") as f:
+        rows = list(csv.reader(f))
+    assert rows == [["organization", "instrument", "items", "instrument_hours"],
+                    ['Acme, "Ltd" Ünï', "nmr400", "1", "1.00"],
+                    ["Chemistry", "nmr400", "1", "1.50"],
+                    ["Chemistry", "nmr600", "1", "0.50"]], rows
+
+    # Logged out: the form again, and no figures from the API.
+    driver.find_element(By.ID, "logOut").click()
+    until("logged out", lambda: shown("login") and not shown("usage"))
+    assert status_of("/api/v1/facility/usage/" + month) == 401
 
 
 def main():
@@ -96,7 +200,11 @@ def main():
         publishers[name].stdin.write(path + "\n")
         publishers[name].stdin.flush()
 
-    facility = config("facility", "Mode=facility\n")
+    managers = os.path.join(folder, "managers")
+    facility = config("facility", "Mode=facility\nManagers=%s\n" % managers)
+    subprocess.run([web_program, "--config", facility, "--set-manager", "boss"],
+                   input=MANAGER_PASSWORD + "\n", text=True, check=True,
+                   stderr=subprocess.DEVNULL)
     with open(facility, "a") as f:
         f.write("[ledger]\nDatabase=%s\n" % os.path.join(folder, "facility.ledger"))
     web = start([web_program, "--config", facility, "--listen", "127.0.0.1:0"],
@@ -165,6 +273,9 @@ def main():
             == "nmr400 (offline)")
         if screenshots:
             driver.save_screenshot(os.path.join(screenshots, "facility-offline.png"))
+
+        usage_page(driver, "http://127.0.0.1:%s" % match.group(1),
+                   os.path.join(folder, "facility.ledger"), folder, screenshots)
         print("facility_browser: passed")
     finally:
         driver.quit()
