@@ -1,15 +1,21 @@
 // The ledger's costs on SQLite and on PostgreSQL, side by side in one run: the record written at
 // an outcome with its sync, records taken in as a facility receives them (one per transaction,
-// and a hundred), the forecast's read and a month's report over a year of 50 instruments.
+// and a hundred), the forecast's read, a month's report over a year of 50 instruments and the
+// facility's usage API for that month, asked over HTTP as the manager's page asks it.
 // Prints medians.
 //   build/bench/bench_ledger [FOLDER]   (FOLDER: where the ledgers are made; a temporary one)
 
 #include "ledger/LedgerReport.h"
 #include "ledger/LedgerStore.h"
 #include "support/PostgresServer.h"
+#include "web/FacilityServer.h"
+#include "web/ManagerAccounts.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QUrl>
@@ -75,7 +81,63 @@ struct Store {
     std::function<QString(const QString& part)> ledgerFor;
 };
 
-void measure(const Store& store, std::mt19937& random)
+// A request to a local server and its answer, waited for.
+QNetworkReply* fetch(QNetworkAccessManager& net, const QNetworkRequest& request,
+                     const QByteArray& method = "GET", const QByteArray& body = {})
+{
+    QNetworkReply* reply = net.sendCustomRequest(request, method, body);
+    QEventLoop loop;
+    QObject::connect(reply, &QNetworkReply::finished, &loop, &QEventLoop::quit);
+    if (!reply->isFinished())
+        loop.exec();
+    return reply;
+}
+
+// The facility's usage API for a month of `database`, through a facility spinlane-web's own
+// server: logged in once, then the month asked five times.
+void measureUsageApi(const QString& database, const QString& folder)
+{
+    web::WebSettings settings;
+    settings.mode = web::WebSettings::Mode::Facility;
+    settings.broker.host = u"127.0.0.1"_s;
+    settings.broker.port = 1; // nobody: the broker plays no part here
+    settings.address = QHostAddress::LocalHost;
+    settings.port = 0;
+    settings.ledgerDatabase = database;
+    settings.managersFile = folder + u"/managers"_s;
+    QString error;
+    if (!web::writeManager(settings.managersFile, u"boss"_s, web::hashPassword("bench password"),
+                           &error))
+        qFatal("%s", qPrintable(error));
+    web::FacilityServer server(settings);
+    if (!server.listen(&error))
+        qFatal("%s", qPrintable(error));
+    const QString base = u"http://127.0.0.1:%1"_s.arg(server.port());
+    QNetworkAccessManager net;
+    QNetworkRequest login(QUrl(base + u"/api/v1/login"_s));
+    login.setRawHeader("Origin", base.toUtf8());
+    login.setRawHeader("Content-Type", "application/json");
+    std::unique_ptr<QNetworkReply> loggedIn(
+        fetch(net, login, "POST", R"({"user":"boss","password":"bench password"})"));
+    if (loggedIn->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200)
+        qFatal("the login failed: %s", loggedIn->readAll().constData());
+    std::vector<double> ms;
+    qsizetype bytes = 0;
+    for (int run = 0; run < 5; ++run) {
+        QElapsedTimer timer;
+        timer.start();
+        std::unique_ptr<QNetworkReply> usage(
+            fetch(net, QNetworkRequest(QUrl(base + u"/api/v1/facility/usage/2026-06"_s))));
+        ms.push_back(timer.nsecsElapsed() / 1e6);
+        if (usage->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200)
+            qFatal("the usage API failed: %s", usage->readAll().constData());
+        bytes = usage->readAll().size();
+    }
+    std::printf("the usage API for that month over HTTP (%lld bytes): median %.0f ms\n",
+                qlonglong(bytes), median(ms));
+}
+
+void measure(const Store& store, const QString& folder, std::mt19937& random)
 {
     std::printf("== %s\n", store.name);
     // The record at an outcome, as the run loop writes it: one transaction, synced.
@@ -117,7 +179,8 @@ void measure(const Store& store, std::mt19937& random)
     }
 
     // A year of 50 instruments, an item every 53 minutes on each: about 500,000 records.
-    auto ledger = openOrDie(store.ledgerFor(u"year"_s));
+    const QString year = store.ledgerFor(u"year"_s);
+    auto ledger = openOrDie(year);
     QElapsedTimer timer;
     timer.start();
     for (int instrument = 0; instrument < 50; ++instrument) {
@@ -153,6 +216,8 @@ void measure(const Store& store, std::mt19937& random)
     }
     std::printf("a month's report by organization (%zu of the year's records): median %.0f ms\n",
                 items, median(ms));
+    ledger.reset();
+    measureUsageApi(year, folder);
 }
 
 } // namespace
@@ -164,7 +229,7 @@ int main(int argc, char* argv[])
     const QString folder = app.arguments().value(1, temporary.path());
     std::mt19937 random(7);
     measure({"SQLite", [&](const QString& part) { return folder + u'/' + part + u".ledger"_s; }},
-            random);
+            folder, random);
 
     const PostgresServer server;
     if (!server.error().isEmpty())
@@ -182,6 +247,6 @@ int main(int argc, char* argv[])
                  QSqlQuery(admin).exec(u"CREATE DATABASE "_s + part);
                  return server.url(part);
              }},
-            random);
+            folder, random);
     return 0;
 }
