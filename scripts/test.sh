@@ -11,7 +11,7 @@ bash scripts/install-packages.sh build-essential cmake qt6-base-dev xvfb xauth d
   fonts-dejavu-core dpkg-dev file lintian clang libclang-rt-14-dev llvm ccache python3 \
   qt6-websockets-dev prometheus-cpp-dev chromium chromium-driver \
   python3-selenium curl mosquitto libmosquitto-dev libssl-dev pkg-config libqt6sql6-sqlite \
-  libqt6sql6-psql postgresql libjs-chart.js openssl || exit 1
+  libqt6sql6-psql postgresql libjs-chart.js openssl iproute2 || exit 1
 
 jobs="$(nproc)"
 # Paths relative to the checkout, and no folder in the hash, so that another clone of the project

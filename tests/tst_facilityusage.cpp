@@ -259,6 +259,42 @@ private Q_SLOTS:
         QCOMPARE(ask("GET", february, session).status, 401);
     }
 
+    // Plain HTTP from another machine never carries a password or the usage. Played in a network
+    // of its own (unshare), where an address that is not loopback is this test's to use.
+    void plainHttpFromTheNetworkRefused()
+    {
+        QProcess probe;
+        probe.start(u"unshare"_s, {u"--user"_s, u"--map-root-user"_s, u"--net"_s, u"true"_s});
+        if (!probe.waitForFinished(10000) || probe.exitStatus() != QProcess::NormalExit
+            || probe.exitCode() != 0)
+            QSKIP("no network namespace of its own here (unshare --user --net)");
+        writeFile(path(u"network.conf"_s),
+                  "[web]\nMode=facility\nManagers=" + path(u"managers"_s).toUtf8()
+                      + "\n[broker]\nHost=127.0.0.1\nPort=1\n[ledger]\nDatabase="
+                      + path(u"facility.ledger"_s).toUtf8() + '\n');
+        const QString script = uR"(set -e
+ip link set lo up
+ip addr add 10.9.8.7/32 dev lo
+"$1" --config "$2" --listen 10.9.8.7:8470 2>/dev/null &
+for i in $(seq 200); do curl -s -o /dev/null http://10.9.8.7:8470/healthz && break; sleep 0.05; done
+curl -s -w ' %{http_code}
+' -X POST -H 'Content-Type: application/json' \
+  -H 'Origin: http://10.9.8.7:8470' --data "$3" http://10.9.8.7:8470/api/v1/login
+curl -s -w ' %{http_code}
+' http://10.9.8.7:8470/api/v1/facility/usage/2026-02
+kill $!
+)"_s;
+        QProcess shell;
+        shell.start(u"unshare"_s, {u"--user"_s, u"--map-root-user"_s, u"--net"_s, u"sh"_s, u"-c"_s,
+                                   script, u"sh"_s, QStringLiteral(SPINLANE_WEB),
+                                   path(u"network.conf"_s),
+                                   u"{\"user\":\"boss\",\"password\":\""_s
+                                       + QString::fromUtf8(kPassword) + u"\"}"_s});
+        QVERIFY(shell.waitForFinished(30000));
+        QCOMPARE(QString::fromUtf8(shell.readAllStandardOutput()),
+                 u"Managers log in over HTTPS only.\n 403\nUsage is served over HTTPS only.\n 403\n"_s);
+    }
+
     // What the program refuses to start with, and a managers file others can read.
     void privateFilesOnly()
     {
