@@ -252,6 +252,15 @@ private Q_SLOTS:
         // A bcrypt hash from another tool serves as well.
         QCOMPARE(ask("POST", u"/api/v1/login"_s, {}, "{\"user\":\"carol\",\"password\":\"bcrypt pass\"}")
                      .status, 200);
+        // A manager removed from the file is logged out at once.
+        const QStringList config{u"--config"_s, path(u"facility.conf"_s)};
+        QCOMPARE(web(config + QStringList{u"--set-manager"_s, u"dave"_s}, "dave's password\n").exitCode, 0);
+        answer = ask("POST", u"/api/v1/login"_s, {}, "{\"user\":\"dave\",\"password\":\"dave's password\"}");
+        QCOMPARE(answer.status, 200);
+        const QByteArray daves = answer.cookie.left(answer.cookie.indexOf(';'));
+        QCOMPARE(ask("GET", february, daves).status, 200);
+        QCOMPARE(web(config + QStringList{u"--remove-manager"_s, u"dave"_s}).exitCode, 0);
+        QCOMPARE(ask("GET", february, daves).status, 401);
         // Logged out, the session is gone.
         answer = ask("POST", u"/api/v1/logout"_s, session);
         QCOMPARE(answer.status, 200);

@@ -123,7 +123,7 @@ void ManagerLogin::logIn(const HttpCall& call, const HttpFace::Respond& respond)
         const bool matched = passwordMatches(password, hash) && known;
         QMetaObject::invokeMethod(
             this,
-            [this, user, address, name, matched, secure, respond] {
+            [this, user, address, name, matched, hash, secure, respond] {
                 --m_waitingChecks;
                 if (!matched) {
                     failed(address);
@@ -132,13 +132,13 @@ void ManagerLogin::logIn(const HttpCall& call, const HttpFace::Respond& respond)
                 }
                 m_failures.remove(address);
                 m_failures.remove(name);
-                openSession(user, secure, respond);
+                openSession(user, hash, secure, respond);
             },
             Qt::QueuedConnection);
     });
 }
 
-void ManagerLogin::openSession(const QString& manager, bool secure,
+void ManagerLogin::openSession(const QString& manager, const QByteArray& hash, bool secure,
                                const HttpFace::Respond& respond)
 {
     m_sessions.removeIf([](const auto& entry) { return entry.value().expires.hasExpired(); });
@@ -152,7 +152,7 @@ void ManagerLogin::openSession(const QString& manager, bool secure,
         m_sessions.erase(oldest);
     }
     const QByteArray token = newToken();
-    m_sessions.insert(token, {manager, QDeadlineTimer(qint64(kSessionHours) * 3600 * 1000)});
+    m_sessions.insert(token, {manager, hash, QDeadlineTimer(qint64(kSessionHours) * 3600 * 1000)});
     HttpReply reply{200, "application/json",
                     QJsonDocument(QJsonObject{{u"manager"_s, manager}}).toJson(QJsonDocument::Compact),
                     true, {}};
@@ -175,7 +175,10 @@ std::optional<QString> ManagerLogin::managerOf(const HttpRequest& request)
     const auto found = m_sessions.find(tokenOf(request.cookie));
     if (found == m_sessions.end())
         return std::nullopt;
-    if (found->expires.hasExpired()) {
+    QString error;
+    const auto managers = readManagers(m_managersPath, &error);
+    if (found->expires.hasExpired() || !managers
+        || managers->value(found->manager) != found->hash) {
         m_sessions.erase(found);
         return std::nullopt;
     }

@@ -15,7 +15,8 @@
 // thread of their own, one at a time, against the managers file read at each login. Failures
 // slow the next attempt down, both from the same address and for the same name: after n
 // failures the next one is heard only after 2^(n-1) seconds, at most a minute; sooner ones get
-// 429. Sessions live in memory for eight hours, a bounded number of them.
+// 429. Sessions live in memory for eight hours, a bounded number of them; a session ends too when
+// its manager is removed from the file or given a new password.
 namespace spinlane::web {
 
 class ManagerLogin : public QObject {
@@ -28,7 +29,8 @@ public:
     void logIn(const HttpCall& call, const HttpFace::Respond& respond);
     // Ends the request's session, if any.
     HttpReply logOut(const HttpCall& call);
-    // The manager whose session the request carries; nothing without a live one.
+    // The manager whose session the request carries; nothing without a live one, or when the
+    // managers file no longer gives the manager the password the session was opened with.
     std::optional<QString> managerOf(const HttpRequest& request);
 
     static constexpr int kSessionHours = 8;
@@ -44,10 +46,12 @@ private:
     };
     struct Session {
         QString manager;
+        QByteArray hash;
         QDeadlineTimer expires;
     };
 
-    void openSession(const QString& manager, bool secure, const HttpFace::Respond& respond);
+    void openSession(const QString& manager, const QByteArray& hash, bool secure,
+                     const HttpFace::Respond& respond);
     qint64 waitSeconds(const QString& key) const;
     void failed(const QString& key);
     static QByteArray sessionCookie(const QByteArray& token, bool secure, int seconds);
