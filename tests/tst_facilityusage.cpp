@@ -15,6 +15,7 @@
 #include <QSslConfiguration>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QWebSocket>
 
 #include <sys/stat.h>
 
@@ -199,6 +200,15 @@ private Q_SLOTS:
         const QString february = u"/api/v1/facility/usage/2026-02"_s;
 
         QCOMPARE(ask("GET", february).status, 401);
+        // Everything else over the same port and scheme, the live channel too.
+        QCOMPARE(ask("GET", u"/healthz"_s).status, 200);
+        QWebSocket live;
+        live.setSslConfiguration(m_tls);
+        QSignalSpy message(&live, &QWebSocket::textMessageReceived);
+        live.open(QUrl((https ? u"wss://127.0.0.1:%1/api/v1/live"_s : u"ws://127.0.0.1:%1/api/v1/live"_s)
+                           .arg(server.port)));
+        QVERIFY(message.wait(10000));
+        QVERIFY(message.first().first().toString().startsWith(u"{\"seq\":"_s));
         // A wrong password, then the next attempt too soon.
         const QByteArray right = "{\"user\":\"boss\",\"password\":\"" + kPassword + "\"}";
         QCOMPARE(ask("POST", u"/api/v1/login"_s, {}, "{\"user\":\"boss\",\"password\":\"guess\"}").status,
