@@ -1,10 +1,10 @@
 #include "web/FacilityServer.h"
 
 #include "web/HttpRequest.h"
+#include "web/PageFiles.h"
 #include "web/UsageView.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QWebSocket>
 
@@ -32,11 +32,16 @@ HttpReply text(int status, const QByteArray& body)
 {
     return {status, "text/plain; charset=utf-8", body, true, {}};
 }
-HttpReply pageFile(const QString& resource, const char* type)
-{
-    QFile file(resource);
-    return {200, type, file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), false, {}};
-}
+const PageFile kPageFiles[] = {
+    {"/", ":/spinlane-web/facility.html", "text/html; charset=utf-8"},
+    {"/page.css", ":/spinlane-web/page.css", "text/css; charset=utf-8"},
+    {"/facility.css", ":/spinlane-web/facility.css", "text/css; charset=utf-8"},
+    {"/common.js", ":/spinlane-web/common.js", "text/javascript; charset=utf-8"},
+    {"/facility.js", ":/spinlane-web/facility.js", "text/javascript; charset=utf-8"},
+    {"/usage", ":/spinlane-web/usage.html", "text/html; charset=utf-8"},
+    {"/usage.js", ":/spinlane-web/usage.js", "text/javascript; charset=utf-8"},
+    {"/chart.min.js", ":/spinlane-web/chart.min.js", "text/javascript; charset=utf-8"},
+};
 
 // Usage is shown only where nobody on the way reads it: over TLS, or to this machine, where a
 // reverse proxy that holds the TLS passes it on.
@@ -193,23 +198,7 @@ HttpReply FacilityServer::answer(const QString& path) const
                                    + ")\n");
     if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
-    if (path == u"/"_s)
-        return pageFile(u":/spinlane-web/facility.html"_s, "text/html; charset=utf-8");
-    if (path == u"/page.css"_s)
-        return pageFile(u":/spinlane-web/page.css"_s, "text/css; charset=utf-8");
-    if (path == u"/facility.css"_s)
-        return pageFile(u":/spinlane-web/facility.css"_s, "text/css; charset=utf-8");
-    if (path == u"/common.js"_s)
-        return pageFile(u":/spinlane-web/common.js"_s, "text/javascript; charset=utf-8");
-    if (path == u"/facility.js"_s)
-        return pageFile(u":/spinlane-web/facility.js"_s, "text/javascript; charset=utf-8");
-    if (path == u"/usage"_s)
-        return pageFile(u":/spinlane-web/usage.html"_s, "text/html; charset=utf-8");
-    if (path == u"/usage.js"_s)
-        return pageFile(u":/spinlane-web/usage.js"_s, "text/javascript; charset=utf-8");
-    if (path == u"/chart.min.js"_s)
-        return pageFile(u":/spinlane-web/chart.min.js"_s, "text/javascript; charset=utf-8");
-    return text(404, "Not found.\n");
+    return pageFileAt(path, kPageFiles).value_or(text(404, "Not found.\n"));
 }
 
 } // namespace spinlane::web

@@ -3,9 +3,9 @@
 #include "facility/FacilityModel.h"
 #include "web/HttpRequest.h"
 #include "web/InstrumentJson.h"
+#include "web/PageFiles.h"
 #include "web/Metrics.h"
 
-#include <QFile>
 #include <QJsonDocument>
 #include <QWebSocket>
 
@@ -17,24 +17,12 @@ static void registerPage() { Q_INIT_RESOURCE(page); }
 namespace spinlane::web {
 namespace {
 
-struct PageFile {
-    const char* path;
-    const char* resource;
-    const char* type;
-};
-
 const PageFile kPageFiles[] = {
     {"/", ":/spinlane-web/index.html", "text/html; charset=utf-8"},
     {"/page.css", ":/spinlane-web/page.css", "text/css; charset=utf-8"},
     {"/common.js", ":/spinlane-web/common.js", "text/javascript; charset=utf-8"},
     {"/page.js", ":/spinlane-web/page.js", "text/javascript; charset=utf-8"},
 };
-
-QByteArray resource(const char* name)
-{
-    QFile file(QString::fromLatin1(name));
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 QByteArray brokerMetric(const QString& instrument, bool connected)
 {
@@ -139,11 +127,7 @@ HttpReply WebServer::answer(const QString& path) const
     }
     if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
-    for (const PageFile& file : kPageFiles) {
-        if (path == QLatin1StringView(file.path))
-            return {200, file.type, resource(file.resource), false, {}};
-    }
-    return text(404, "Not found.\n");
+    return pageFileAt(path, kPageFiles).value_or(text(404, "Not found.\n"));
 }
 
 } // namespace spinlane::web
