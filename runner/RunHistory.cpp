@@ -99,11 +99,24 @@ void bound(HistoryState& s, const QString& title)
     rebuildTitleCounts(s);
 }
 
+std::function<void()>& problemListener()
+{
+    static std::function<void()> listener;
+    return listener;
+}
+
+void problemChanged()
+{
+    if (problemListener())
+        problemListener()();
+}
+
 void tellProblem(HistoryState& s, const QString& reason)
 {
     if (!s.problem.isEmpty())
         return;
     s.problem = reason;
+    problemChanged();
     qWarning("Spinlane: the ledger %s cannot be written (%s); the run goes on, and its records "
              "are written as soon as it can be",
              qPrintable(QDir::toNativeSeparators(s.ledgerPath.isEmpty() ? ledgerPath()
@@ -195,9 +208,11 @@ void writeUnwritten(HistoryState& s)
         return;
     }
     s.unwritten.clear();
-    if (!std::exchange(s.problem, QString()).isEmpty())
+    if (!std::exchange(s.problem, QString()).isEmpty()) {
         qWarning("Spinlane: the ledger %s is written again",
                  qPrintable(QDir::toNativeSeparators(s.ledgerPath)));
+        problemChanged();
+    }
 }
 
 void ensureRead()
@@ -378,6 +393,8 @@ QString ledgerInUse()
 }
 
 QString ledgerProblem() { return state().problem; }
+
+void onLedgerProblemChanged(std::function<void()> changed) { problemListener() = std::move(changed); }
 
 QString ledgerInstrument() { return QSysInfo::machineHostName(); }
 

@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QString>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -55,6 +56,9 @@ QString userLedgerPath();
 QString ledgerInUse();
 // Why the ledger cannot be written now, empty while it can.
 QString ledgerProblem();
+// Calls `changed` whenever that reason comes or goes (a retry can clear it between outcomes);
+// an empty function stops the calls.
+void onLedgerProblemChanged(std::function<void()> changed);
 // The instrument the ledger's records name: this computer's host name.
 QString ledgerInstrument();
 // The newest records of the ledger (or, when none can be opened, of the history file), read once

@@ -64,8 +64,15 @@ RunStatus::RunStatus(QObject* parent)
     m_queueChanged.setSingleShot(true);
     m_queueChanged.setInterval(0);
     connect(&m_queueChanged, &QTimer::timeout, this, &RunStatus::sendQueueChanged);
+    // Said when the ledger fails and again when a retry between outcomes writes it.
+    m_ledgerProblem = spinlane::ledgerProblem();
+    spinlane::onLedgerProblemChanged([this] {
+        QMetaObject::invokeMethod(this, &RunStatus::updateLedgerProblem, Qt::QueuedConnection);
+    });
     listReshaped();
 }
+
+RunStatus::~RunStatus() { spinlane::onLedgerProblemChanged({}); }
 
 Forecast RunStatus::forecast() const { return forecastNow(); }
 
@@ -75,15 +82,14 @@ void RunStatus::noteQueueChanged()
         m_queueChanged.start();
 }
 
-// An outcome changes the queue and then writes the ledger; by the time the change is sent, the
-// ledger was written or failed.
-void RunStatus::sendQueueChanged()
+void RunStatus::sendQueueChanged() { Q_EMIT queueChanged(); }
+
+void RunStatus::updateLedgerProblem()
 {
     if (const QString problem = spinlane::ledgerProblem(); problem != m_ledgerProblem) {
         m_ledgerProblem = problem;
         Q_EMIT propertiesChanged({u"LedgerProblem"_s});
     }
-    Q_EMIT queueChanged();
 }
 
 std::vector<QStringList> RunStatus::rows() const

@@ -38,6 +38,7 @@ class RunStatus : public QObject {
     Q_OBJECT
 public:
     explicit RunStatus(QObject* parent = nullptr);
+    ~RunStatus() override;
 
     // "idle", "running", "stopped" or "finished".
     QString runState() const { return m_runState; }
@@ -72,6 +73,7 @@ private:
     void refreshCurrent(QStringList& changed);
     void noteQueueChanged();
     void sendQueueChanged();
+    void updateLedgerProblem();
 
     std::vector<QStringList> m_rows; // each list row as last seen: number and sub-items
     QString m_runState;

@@ -5,6 +5,7 @@
 #include "core/ProgramSettings.h"
 #include "core/Startup.h"
 #include "core/SystemSeams.h"
+#include "ledger/LedgerStore.h"
 #include "queue/QueueEditing.h"
 #include "queue/QueueReorder.h"
 #include "queue/QueueRows.h"
@@ -375,7 +376,7 @@ private Q_SLOTS:
     }
 
     // A ledger that cannot be written is on the status interface as soon as the outcome that
-    // could not be recorded is; the run goes on.
+    // could not be recorded is, and gone once a retry wrote it; the run goes on.
     void ledgerProblemOnTheBus()
     {
         SimulatedLab lab("[Experiment 1]\r\nTitle=PROTON\r\nDuration=0.2\r\n");
@@ -402,6 +403,15 @@ private Q_SLOTS:
         QCOMPARE(statuses(), (QStringList{u"Done"_s, u"Done"_s}));
         QTRY_VERIFY(!problemOnBus().isEmpty());
         QCOMPARE(problemOnBus(), u"not a regular file"_s);
+        // Once it can be written, a retry writes the records and says so, with no outcome and no
+        // change of the queue in between.
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Spinlane: the ledger .* is written again"_s));
+        QVERIFY(QDir(ledgerPath()).removeRecursively());
+        QTRY_COMPARE_WITH_TIMEOUT(problemOnBus(), QString(), 10000);
+        QString error;
+        const auto ledger = LedgerStore::open(ledgerPath(), {}, &error);
+        QVERIFY2(ledger, qPrintable(error));
+        QCOMPARE(ledger->newest(10, nullptr)->size(), std::size_t(2));
         resetRunHistory();
     }
 
