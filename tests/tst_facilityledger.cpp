@@ -12,6 +12,8 @@
 
 #include <QFile>
 #include <QSignalSpy>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -22,6 +24,7 @@ using namespace Qt::StringLiterals;
 using namespace spinlane;
 using namespace spinlane::facility;
 using spinlane::testing::MosquittoBroker;
+using spinlane::testing::RawClient;
 using spinlane::testing::WebProcess;
 
 namespace {
@@ -231,6 +234,40 @@ private Q_SLOTS:
         QTest::qWait(500);
         QCOMPARE(held(), expected());
         forger.stop();
+    }
+
+    // A facility whose database cannot be written for a while (another program holds its lock)
+    // says so on /healthz and in /metrics; the records wait and are all written once it can.
+    void aDatabaseThatCannotBeWrittenIsSaid()
+    {
+        QTRY_COMPARE_WITH_TIMEOUT(held(), expected(), 20000);
+        const auto facilityGet = [this](const QByteArray& path) {
+            RawClient client(m_facility->port);
+            client.send("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n");
+            return client.receive(10000);
+        };
+        QVERIFY(facilityGet("/metrics").contains("\nspinlane_facility_ledger_writable 1\n"));
+        {
+            QSqlDatabase lock = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"lock"_s);
+            lock.setDatabaseName(facilityLedger());
+            QVERIFY(lock.open() && QSqlQuery(lock).exec(u"BEGIN EXCLUSIVE"_s));
+            append(u"nmr400"_s, 5);
+            QTRY_VERIFY_WITH_TIMEOUT(facilityGet("/healthz").contains(
+                                         "\r\n\r\nok (the facility's ledger cannot be written: "
+                                         "database is locked"),
+                                     20000);
+            QVERIFY(facilityGet("/metrics").contains("\nspinlane_facility_ledger_writable 0\n"));
+            QVERIFY(QSqlQuery(lock).exec(u"ROLLBACK"_s));
+            lock.close();
+        }
+        QSqlDatabase::removeDatabase(u"lock"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(held(), expected(), 30000);
+        QVERIFY(facilityGet("/healthz").endsWith("\r\n\r\nok\n"));
+        const QByteArray metrics = facilityGet("/metrics");
+        QVERIFY2(metrics.contains("\nspinlane_facility_ledger_writable 1\n")
+                     && metrics.contains("\nspinlane_facility_ledger_records_total ")
+                     && metrics.contains("\nspinlane_facility_ledger_rejected_total 1\n"),
+                 metrics.constData());
     }
 
     // A facility that starts anew on an empty database, here PostgreSQL, gets every record the

@@ -124,6 +124,41 @@ void FacilityServer::send()
                                   + '}'));
 }
 
+// "ok", and what is wrong besides, since the page goes on without the broker or the ledger.
+QByteArray FacilityServer::health() const
+{
+    QByteArray health = "ok";
+    const facility::MqttClient& client = m_model.client();
+    if (!client.isConnected())
+        health += " (the broker is not connected: "
+                  + (client.lastProblem().isEmpty() ? QByteArray("not yet")
+                                                    : client.lastProblem().toUtf8())
+                  + ')';
+    if (!m_ledgerCollector)
+        health += " (the facility's ledger cannot be opened)";
+    else if (!m_ledgerCollector->problem().isEmpty())
+        health += " (the facility's ledger cannot be written: "
+                  + m_ledgerCollector->problem().toUtf8() + ')';
+    return health + '\n';
+}
+
+QByteArray FacilityServer::ledgerMetrics() const
+{
+    const facility::LedgerCollector* ledger = m_ledgerCollector.get();
+    return "# HELP spinlane_facility_ledger_writable 1 while the facility's ledger takes the "
+           "instruments' records\n# TYPE spinlane_facility_ledger_writable gauge\n"
+           "spinlane_facility_ledger_writable "
+           + QByteArray(ledger && ledger->problem().isEmpty() ? "1" : "0")
+           + "\n# HELP spinlane_facility_ledger_records_total Records new to the facility's ledger "
+             "since spinlane-web started\n# TYPE spinlane_facility_ledger_records_total counter\n"
+             "spinlane_facility_ledger_records_total "
+           + QByteArray::number(ledger ? ledger->storedRecords() : 0)
+           + "\n# HELP spinlane_facility_ledger_rejected_total Ledger messages refused since "
+             "spinlane-web started\n# TYPE spinlane_facility_ledger_rejected_total counter\n"
+             "spinlane_facility_ledger_rejected_total "
+           + QByteArray::number(ledger ? ledger->rejectedMessages() : 0) + '\n';
+}
+
 void FacilityServer::serve(const HttpCall& call, const HttpFace::Respond& respond)
 {
     const QString& path = call.request.path;
@@ -187,15 +222,10 @@ HttpReply FacilityServer::answer(const QString& path) const
     if (path.startsWith(kSamplesPrefix))
         return json(m_model.samplesJson(path.mid(kSamplesPrefix.size())));
     if (path == u"/metrics"_s)
-        return {200, "text/plain; version=0.0.4; charset=utf-8", m_model.metricsText(), true, {}};
+        return {200, "text/plain; version=0.0.4; charset=utf-8",
+                m_model.metricsText() + ledgerMetrics(), true, {}};
     if (path == u"/healthz"_s)
-        return text(200, m_model.client().isConnected()
-                             ? QByteArray("ok\n")
-                             : "ok (the broker is not connected: "
-                                   + (m_model.client().lastProblem().isEmpty()
-                                          ? QByteArray("not yet")
-                                          : m_model.client().lastProblem().toUtf8())
-                                   + ")\n");
+        return text(200, health());
     if (path == kLivePath)
         return text(426, "The live channel is a WebSocket.\n");
     return pageFileAt(path, kPageFiles).value_or(text(404, "Not found.\n"));

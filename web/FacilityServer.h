@@ -38,6 +38,8 @@ public:
 private:
     void serve(const HttpCall& call, const HttpFace::Respond& respond);
     HttpReply usage(const HttpCall& call);
+    QByteArray health() const;
+    QByteArray ledgerMetrics() const;
     void startLedgerCollector();
     void sendSoon();
     void send();
