@@ -22,7 +22,7 @@ import sys
 import tempfile
 import time
 
-from web_browser import browser, until
+from web_browser import browser, no_sideways_scroll, until
 
 
 def free_port():
@@ -58,14 +58,14 @@ MANAGER_PASSWORD = "a long enough secret"
 
 
 def add_ledger_records(ledger):
-    """Three items that ended a minute ago, of two organizations on two instruments, written into
-    the facility's ledger beside the running spinlane-web."""
+    """Four items that ended a minute ago, of two organizations on three instruments (one with a
+    long name), written into the facility's ledger beside the running spinlane-web."""
     now = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(minutes=1)
     stamp = lambda t: t.strftime("%Y-%m-%dT%H:%M:%S.000Z")
     rows = []
     for n, (instrument, organization, minutes) in enumerate(
             [("nmr400", "Chemistry", 90), ("nmr600", "Chemistry", 30),
-             ("nmr400", 'Acme, "Ltd" Ünï', 60)], 1):
+             ("nmr400", 'Acme, "Ltd" Ünï', 60), ("nmr800-cryoprobe-west", "Chemistry", 15)], 1):
         rows.append((instrument, "L1", n, "SN%d" % n, n, "ann", organization, "S%d" % n, n,
                      "CDCl3", "PROTON", "/data/%d.kvd" % n,
                      stamp(now - datetime.timedelta(minutes=minutes)), stamp(now), "Done",
@@ -119,11 +119,11 @@ def usage_page(driver, base, ledger, folder, screenshots):
         return shown("usage")
     until("logged in", logged_in, 10)
     until("the month's table", lambda: table() == [
-        ["Organization", "nmr400", "nmr600", "Total"],
-        ["Chemistry", "1.50", "0.50", "2.00"],
-        ['Acme, "Ltd" Ünï', "1.00", "", "1.00"],
-        ["Total", "2.50", "0.50", "3.00"]])
-    assert driver.find_element(By.ID, "totals").text == "3 items, 3.00 instrument hours"
+        ["Organization", "nmr400", "nmr600", "nmr800-cryoprobe-west", "Total"],
+        ["Chemistry", "1.50", "0.50", "0.25", "2.25"],
+        ['Acme, "Ltd" Ünï', "1.00", "", "", "1.00"],
+        ["Total", "2.50", "0.50", "0.25", "3.25"]])
+    assert driver.find_element(By.ID, "totals").text == "4 items, 3.25 instrument hours"
     chart = driver.execute_script(
         "const chart = Chart.getChart('chart');"
         "const canvas = document.getElementById('chart');"
@@ -132,10 +132,16 @@ def usage_page(driver, base, ledger, folder, screenshots):
         "return {labels: chart.data.labels, stacks: chart.data.datasets.map(d => [d.label, d.data]),"
         "        painted: painted, stacked: chart.options.scales.x.stacked};")
     assert chart["labels"] == ["Chemistry", 'Acme, "Ltd" Ünï'], chart
-    assert chart["stacks"] == [["nmr400", [1.5, 1]], ["nmr600", [0.5, 0]]], chart
+    assert chart["stacks"] == [["nmr400", [1.5, 1]], ["nmr600", [0.5, 0]],
+                               ["nmr800-cryoprobe-west", [0.25, 0]]], chart
     assert chart["stacked"] and chart["painted"] > 1000, chart
     if screenshots:
         driver.save_screenshot(os.path.join(screenshots, "facility-usage.png"))
+    # On a phone the table scrolls within itself, never the page.
+    driver.set_window_size(390, 844)
+    until("no sideways scrolling at 390 px", lambda: no_sideways_scroll(driver))
+    if screenshots:
+        driver.save_screenshot(os.path.join(screenshots, "facility-usage-phone.png"))
 
     driver.find_element(By.ID, "download").click()
     csv_file = os.path.join(downloads, "spinlane-usage-%s.csv" % month)
@@ -145,7 +151,8 @@ def usage_page(driver, base, ledger, folder, screenshots):
     assert rows == [["organization", "instrument", "items", "instrument_hours"],
                     ['Acme, "Ltd" Ünï', "nmr400", "1", "1.00"],
                     ["Chemistry", "nmr400", "1", "1.50"],
-                    ["Chemistry", "nmr600", "1", "0.50"]], rows
+                    ["Chemistry", "nmr600", "1", "0.50"],
+                    ["Chemistry", "nmr800-cryoprobe-west", "1", "0.25"]], rows
 
     # Logged out: the form again, and no figures from the API.
     driver.find_element(By.ID, "logOut").click()
