@@ -62,10 +62,13 @@ for name in nmr400 nmr600; do
     exec '$build/web/spinlane-web' --config '$F/$name/web.conf'" 2>"$F/$name/lab.log"
 done
 
-printf '[web]\nMode=facility\nListen=127.0.0.1:%s\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=facility\nPassword=pwfac\n[ledger]\nDatabase=%s\n' \
-  "$port" "$F/facility.ledger" >"$F/facility.conf"
+printf '[web]\nMode=facility\nListen=127.0.0.1:%s\nManagers=%s\n[broker]\nHost=127.0.0.1\nPort=1884\nUser=facility\nPassword=pwfac\n[ledger]\nDatabase=%s\n' \
+  "$port" "$F/managers" "$F/facility.ledger" >"$F/facility.conf"
 chmod 600 "$F/facility.conf"
+# A manager for the usage page.
+echo "try-facility" | "$build/web/spinlane-web" --config "$F/facility.conf" --set-manager manager 2>/dev/null
 start "$build/web/spinlane-web" --config "$F/facility.conf"
 echo "try-facility: the facility page is http://127.0.0.1:$port/ (Ctrl-C ends the try-out)" >&2
+echo "try-facility: the usage page is http://127.0.0.1:$port/usage (user manager, password try-facility)" >&2
 echo "try-facility: what ran: $build/tools/spinlane-ledger/spinlane-ledger report --database $F/facility.ledger --from $(date +%F) --to $(date +%F) --by instrument" >&2
 wait "${pids[@]}"
