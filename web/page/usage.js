@@ -82,6 +82,11 @@ function drawChart(usage, hoursOf) {
     })),
   };
   if (chart) chart.destroy();
+  // The chart's texts as large as the page's, which grows on wide screens.
+  const page = getComputedStyle(document.documentElement);
+  Chart.defaults.font.size = Math.round(parseFloat(page.fontSize) * 0.8);
+  Chart.defaults.font.family = page.fontFamily;
+  Chart.defaults.color = page.getPropertyValue('--text').trim() || '#1b1b1b';
   chart = new Chart(byId('chart'), {
     type: 'bar',
     data,
